@@ -73,15 +73,21 @@ public:
 
     // The existing value, or a new default one appended under key.
     T& operator[](const ZString& key) {
-        ZIter it;
-        if (hashFind(key, it))
-            return items.nodeGet(it).value;
+        uint32_t h = key.hash();
+        if (!buckets.empty()) {
+            const ZList<ZIter>& bucket = buckets[h % buckets.size()];
+            for (ZIter b = bucket.first(); !bucket.isEnd(b); b = bucket.next(b)) {
+                ZIter it = bucket.nodeGet(b);
+                if (items.nodeGet(it).key.compare(key) == 0)
+                    return items.nodeGet(it).value;
+            }
+        }
         if (items.number() >= int(buckets.size()))
             rehash(nextSize(buckets.size()));
         ZDictItem<T> item;
         item.key = key;
-        it = items.append(std::move(item));
-        buckets[key.hash() % buckets.size()].append(it);
+        ZIter it = items.append(std::move(item));
+        buckets[h % buckets.size()].append(it);
         return items.nodeGet(it).value;
     }
 
@@ -139,9 +145,13 @@ private:
         return n * 2 + 1;
     }
     void rehash(size_t n) {
+        // Move the bucket nodes over instead of allocating new ones.
         std::vector<ZList<ZIter>> fresh(n);
-        for (ZIter it = items.first(); !items.isEnd(it); it = items.next(it))
-            fresh[items.nodeGet(it).key.hash() % n].append(it);
+        for (ZList<ZIter>& bucket : buckets)
+            while (!bucket.isEmpty()) {
+                ZIter b = bucket.first();
+                fresh[items.nodeGet(bucket.nodeGet(b)).key.hash() % n].spliceLast(bucket, b);
+            }
         buckets.swap(fresh);
     }
 

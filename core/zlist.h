@@ -112,6 +112,22 @@ public:
         count = 0;
     }
 
+    // Moves the node at it from the list `from` to the end of this one,
+    // without copying or allocating the element.
+    void spliceLast(ZList& from, ZIter it) {
+        if (from.isEnd(it))
+            return;
+        it->prev->next = it->next;
+        it->next->prev = it->prev;
+        from.count--;
+        ZIter s = sentinelNode();
+        it->next = s;
+        it->prev = s->prev;
+        s->prev->next = it;
+        s->prev = it;
+        count++;
+    }
+
     T& front() { return nodeGet(first()); }
     T& back() { return nodeGet(last()); }
     const T& front() const { return nodeGet(first()); }

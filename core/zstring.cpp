@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <istream>
+#include <new>
 #include <ostream>
 #include <regex.h>
 
@@ -77,7 +78,9 @@ void ZString::assign(const char* text, int n) {
 }
 
 void ZString::detach() {
-    if (d)
+    // A count of 1 means no one else holds the block, and no one can start
+    // sharing it while this object is being changed: skip the atomic round trip.
+    if (d && d->refCount.load(std::memory_order_acquire) != 1)
         d = d->copy();
 }
 
@@ -85,10 +88,22 @@ char* ZString::grow(int n) {
     if (!d) {
         d = new ZRefData(0);
         d->len = 1;
-    } else {
-        detach();
+    } else if (d->refCount.load(std::memory_order_acquire) != 1) {
+        // Shared: copy straight into a block of the new size rather than
+        // copying first and growing after.
+        ZRefData* fresh = new ZRefData(0);
+        if (fresh->reserve(n + 1) != 0) {
+            delete fresh;
+            throw std::bad_alloc();
+        }
+        memcpy(fresh->data, d->data, d->len);
+        fresh->len = d->len;
+        release();
+        d = fresh;
+        return d->data;
     }
-    d->reserve(n + 1);
+    if (d->reserve(n + 1) != 0)
+        throw std::bad_alloc();
     return d->data;
 }
 
@@ -196,11 +211,7 @@ ZString& ZString::append(const ZString& s) {
     return append(keep.retStr(), keep.len());
 }
 
-ZString& ZString::append(const char* text) {
-    return text ? append(text, int(strlen(text))) : *this;
-}
-
-ZString& ZString::append(const char* text, int n) {
+ZString& ZString::appendSlow(const char* text, int n) {
     if (!text || n <= 0)
         return *this;
     int old = len();
@@ -213,10 +224,6 @@ ZString& ZString::append(const char* text, int n) {
     p[old + n] = 0;
     d->len = old + n + 1;
     return *this;
-}
-
-ZString& ZString::append(char c) {
-    return c ? append(&c, 1) : *this;
 }
 
 ZString ZString::add(const ZString& s) const {

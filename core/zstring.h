@@ -4,6 +4,7 @@
 #include "zrefdata.h"
 
 #include <cstdint>
+#include <cstring>
 #include <iosfwd>
 
 template <class T>
@@ -65,9 +66,21 @@ public:
 
     // edit
     ZString& append(const ZString& s);
-    ZString& append(const char* text);
-    ZString& append(const char* text, int n);
-    ZString& append(char c);
+    ZString& append(const char* text) { return text ? append(text, int(strlen(text))) : *this; }
+    // Inline fast path: a private block with room to spare takes the bytes
+    // directly; everything else goes through appendSlow.
+    ZString& append(const char* text, int n) {
+        if (d && n > 0 && d->len + n <= d->alloc &&
+            d->refCount.load(std::memory_order_acquire) == 1 &&
+            (text < d->data || text >= d->data + d->len)) {
+            memcpy(d->data + d->len - 1, text, n);
+            d->len += n;
+            d->data[d->len - 1] = 0;
+            return *this;
+        }
+        return appendSlow(text, n);
+    }
+    ZString& append(char c) { return c ? append(&c, 1) : *this; }
     ZString add(const ZString& s) const;
     ZString& insert(int pos, const ZString& s);
     ZString& del(int pos, int n);
@@ -135,6 +148,7 @@ public:
 
 private:
     void release();
+    ZString& appendSlow(const char* text, int n);
     void assign(const char* text, int n);
     void detach();
     char* grow(int n); // private block with room for n characters; returns the data
