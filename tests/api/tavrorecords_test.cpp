@@ -1,0 +1,321 @@
+#include "tavrorecords.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+using namespace TavroApi;
+
+namespace {
+
+std::string s(const ZString& z) {
+    return z.retStr();
+}
+
+// Constructs T over bytes of 0xFF and reports whether every byte became 0.
+template <class T>
+bool constructsZeroed() {
+    alignas(T) unsigned char buf[sizeof(T)];
+    memset(buf, 0xFF, sizeof(buf));
+    T* r = new (buf) T;
+    static const unsigned char zeros[sizeof(T)] = {};
+    bool ok = memcmp(buf, zeros, sizeof(T)) == 0;
+    r->~T();
+    return ok;
+}
+
+template <class... T>
+std::vector<std::pair<const char*, bool>> zeroedAll() {
+    return {{T::typeName, constructsZeroed<T>()}...};
+}
+
+// The size of one element of a member, 0 when unknown.
+int elementSize(const ZObjMember& m) {
+    static const int sizes[] = {0, 1, 1, 1, 2, 2, 4, 4, 8, 8, 4, 8, 1, 0, 0, 4, 8};
+    if (m.type == ZObjType::Enum) {
+        if (const RecordInfo* r = recordInfoFind(m.typeName))
+            return int(r->size);
+        return enumInfoFind(m.typeName) ? 1 : 0;
+    }
+    return m.type < sizeof(sizes) / sizeof(sizes[0]) ? sizes[m.type] : 0;
+}
+
+NodeInfo sampleNodeInfo() {
+    NodeInfo n;
+    n.apiVersion.maj = 1;
+    n.hardwareVersion = Version();
+    n.hardwareVersion.type = 1;
+    n.hardwareVersion.ver0 = 2;
+    n.hardwareVersion.ver1 = 3;
+    n.hardwareVersion.ver2 = 4;
+    n.fpgaVersion.type = 5;
+    n.fpgaVersion.ver0 = 6;
+    n.fpgaVersion.ver1 = 7;
+    n.fpgaVersion.ver2 = 8;
+    n.softwareVersion.type = 1;
+    n.softwareVersion.ver1 = 7;
+    setCharArray(n.variant, "40x-8");
+    setCharArray(n.serialNumber, "SN12345");
+    n.securityMode = SecurityMode::Full;
+    n.apiSubVersion = 3;
+    return n;
+}
+
+} // namespace
+
+TEST(TavroRecords, ConstructorsZeroEveryByte) {
+    auto results = zeroedAll<ApiVersion, Version, NodeInfo, NodeStatus, BoardConfig, ChannelConfig,
+                             Information, AlarmConfig, Configuration, ConfigItem, MeasurementConfig,
+                             DataBlockHeader, DataBlock, DataBlockFloat, DataProc, DataBlockProc,
+                             InfoBlock, AwgConfig, FilesysInfo, FileInfo, FileData, CalibrateInfo,
+                             WifiAccessPoint, SerialConfig, StreamData, DevConfig, Transact>();
+    int number = 0;
+    recordInfoAll(number);
+    EXPECT_EQ(int(results.size()), number);
+    for (const auto& r : results)
+        EXPECT_TRUE(r.second) << r.first;
+}
+
+TEST(TavroRecords, MemberTablesFitTheirRecords) {
+    int number = 0;
+    const RecordInfo* all = recordInfoAll(number);
+    const std::vector<std::string> plain = {"Bool",  "UInt8",  "UInt16",  "UInt32",
+                                            "Int32", "UInt64", "Float32", "Float64",
+                                            "Char",  "Time",   "TimeUs"};
+    for (int i = 0; i < number; i++) {
+        const RecordInfo& rec = all[i];
+        SCOPED_TRACE(rec.typeName);
+        EXPECT_EQ(recordInfoFind(rec.typeName), &rec);
+        int end = 0;
+        for (const ZObjMember* m = rec.members; m->name; m++) {
+            SCOPED_TRACE(m->name);
+            int size = elementSize(*m);
+            ASSERT_GT(size, 0) << m->typeName;
+            // In offset order, no overlap, inside the record.
+            EXPECT_GE(int(m->offset), end);
+            end = m->offset + size * m->number;
+            EXPECT_LE(end, int(rec.size));
+            EXPECT_EQ(m->kind, m->number > 1 ? 2u : 0u);
+            bool named = std::find(plain.begin(), plain.end(), m->typeName) != plain.end();
+            EXPECT_EQ(m->type == ZObjType::Enum, !named) << m->typeName;
+        }
+    }
+
+    // A few entries in full: type, kind, offset, number, type name, name.
+    struct Entry {
+        const ZObjMember* table;
+        const char* name;
+        uint32_t type, kind;
+        uint16_t offset, number;
+        const char* typeName;
+    };
+    const Entry entries[] = {
+        {NodeInfo::getMembers(), "apiVersion", 0, 0, 0, 1, "ApiVersion"},
+        {NodeInfo::getMembers(), "variant", 12, 2, 20, 12, "Char"},
+        {NodeInfo::getMembers(), "securityMode", 0, 0, 44, 1, "SecurityMode"},
+        {NodeStatus::getMembers(), "time", 16, 0, 0, 1, "TimeUs"},
+        {BoardConfig::getMembers(), "buildTime", 15, 0, 20, 1, "Time"},
+        {BoardConfig::getMembers(), "calibAttenScales", 11, 2, 200, 8, "Float64"},
+        {Configuration::getMembers(), "alarms", 0, 2, 152, 16, "AlarmConfig"},
+        {MeasurementConfig::getMembers(), "triggerDelay", 6, 0, 12, 1, "Int32"},
+        {DataProc::getMembers(), "alarm", 1, 0, 44, 1, "Bool"},
+        {DataBlockProc::getMembers(), "analogueData", 0, 2, 24, 8, "DataProc"},
+        {DataBlockProc::getMembers(), "period", 10, 0, 412, 1, "Float32"},
+        {InfoBlock::getMembers(), "measureConfig", 0, 0, 104, 1, "MeasurementConfig"},
+        {SerialConfig::getMembers(), "enableRx", 1, 0, 2, 1, "Bool"},
+        {Transact::getMembers(), "data", 3, 2, 8, 256, "UInt8"},
+    };
+    for (const Entry& e : entries) {
+        const ZObjMember* m = findMember(e.table, e.name);
+        ASSERT_NE(m, nullptr) << e.name;
+        EXPECT_EQ(m->type, e.type) << e.name;
+        EXPECT_EQ(m->kind, e.kind) << e.name;
+        EXPECT_EQ(m->offset, e.offset) << e.name;
+        EXPECT_EQ(m->number, e.number) << e.name;
+        EXPECT_STREQ(m->typeName, e.typeName) << e.name;
+    }
+}
+
+TEST(TavroRecords, TextAndJsonForms) {
+    NodeInfo n = sampleNodeInfo();
+    EXPECT_EQ(s(toZString("", n)), "0, 1, 1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 0, 0, 1, 0, 7, 0, 40x-8, "
+                                   "SN12345, Error, 3");
+    const std::string nodeJson =
+        "{ \"apiVersion\":{ \"mid\":0, \"maj\":1}, "
+        "\"hardwareVersion\":{ \"type\":1, \"ver0\":2, \"ver1\":3, \"ver2\":4}, "
+        "\"fpgaVersion\":{ \"type\":5, \"ver0\":6, \"ver1\":7, \"ver2\":8}, "
+        "\"wifiVersion\":{ \"type\":0, \"ver0\":0, \"ver1\":0, \"ver2\":0}, "
+        "\"softwareVersion\":{ \"type\":1, \"ver0\":0, \"ver1\":7, \"ver2\":0}, "
+        "\"variant\":\"40x-8\", \"serialNumber\":\"SN12345\", \"securityMode\":\"Error\", "
+        "\"apiSubVersion\":3}";
+    EXPECT_EQ(s(toZStringJson("", n)), nodeJson);
+    EXPECT_EQ(s(toZStringJson("info", n)), "\"info\":" + nodeJson);
+    // The generic routines never look inside a nested record.
+    EXPECT_EQ(s(::toZString(ZString(), NodeInfo::getMembers(), &n)),
+              "Error, Error, Error, Error, Error, 40x-8, SN12345, Error, 3");
+
+    // A nested record inside a nested record, and an excluded first member.
+    Information info;
+    info.nodeInfo = n;
+    std::string infoJson = s(toZStringJson("", info));
+    std::string prefix = "{ \"nodeInfo\":" + nodeJson + ", \"numConfigItems\":0, ";
+    EXPECT_EQ(infoJson.substr(0, prefix.size()), prefix);
+    EXPECT_EQ(s(toZString("", info, {"nodeInfo"})).substr(0, 8), ", 0, 0, ");
+
+    AlarmConfig a;
+    a.mode = AlarmMode::High;
+    a.output = AlarmOutput::RelayOn;
+    a.outputChannel = 2;
+    a.levelHigh = 1.5f;
+    a.levelLow = -0.25f;
+    EXPECT_EQ(s(toZString("", a)), "Error, Error, 2, 1.500000e+00, -2.500000e-01");
+    EXPECT_EQ(s(toZStringJson("alarm0", a)),
+              "\"alarm0\":{ \"mode\":\"Error\", \"output\":\"Error\", \"outputChannel\":2, "
+              "\"levelHigh\":1.500000e+00, \"levelLow\":-2.500000e-01}");
+
+    // A data block header: the 64-bit time in the "%lud" and "%uld" forms.
+    DataBlock b;
+    b.time = 0x100000005ull;
+    b.source = 7;
+    b.status = uint16_t(Status::Run) | uint16_t(Status::Error);
+    b.numChannels = 9;
+    b.numSamples = 13;
+    b.sequence = 42;
+    b.type = DataType::Raw40x;
+    EXPECT_EQ(s(toZString("", b)), "4294967301d, 7, 5, 9, 13, 42, Error, Error");
+    EXPECT_EQ(s(toZStringJson("", b)),
+              "{ \"time\":5ld, \"source\":7, \"status\":5, \"numChannels\":9, "
+              "\"numSamples\":13, \"sequence\":42, \"type\":\"Error\", \"data\":\"ERROR\"}");
+    EXPECT_EQ(s(toZStringJson("", b, {"data"})),
+              "{ \"time\":5ld, \"source\":7, \"status\":5, \"numChannels\":9, "
+              "\"numSamples\":13, \"sequence\":42, \"type\":\"Error\"}");
+}
+
+TEST(TavroRecords, DataBlockHeaderCopy) {
+    DataBlock b;
+    b.time = 0x1122334455667788ull;
+    b.sequence = 0xA5A5A5A5u;
+    b.type = DataType::Raw40x;
+    b.data[0] = 1.0f;
+    DataBlockFloat f;
+    memset(static_cast<void*>(&f), 0xEE, sizeof(f));
+    copyDataBlockHeader(f, b);
+    EXPECT_EQ(memcmp(&f, &b, sizeof(DataBlockHeader)), 0);
+    for (size_t i = sizeof(DataBlockHeader); i < sizeof(f); i++)
+        ASSERT_EQ(reinterpret_cast<const unsigned char*>(&f)[i], 0xEE) << i;
+    EXPECT_EQ(DataBlock::rawRowWords * DataBlock::rawRowsMax, 117);
+    EXPECT_EQ(DataBlockFloat::dataMax, 208);
+}
+
+TEST(TavroRecords, CharArrays) {
+    // Never reading past the array, with no NUL in it: ASan guards the heap block.
+    for (int size : {1, 12, 32, 128}) {
+        std::unique_ptr<char[]> p(new char[size]);
+        memset(p.get(), 0xFF, size_t(size));
+        ZString t = getChars(p.get(), size);
+        EXPECT_EQ(t.len(), size);
+        EXPECT_EQ(uint8_t(t[size - 1]), 0xFF);
+    }
+    NodeStatus st;
+    memset(static_cast<void*>(&st), 0xFF, sizeof(st));
+    EXPECT_EQ(getCharArray(st.errorStr).len(), 32);
+    std::string text = s(toZString("", st));
+    // errorStr is 32 bytes of 0xFF and nothing of the mode that follows it.
+    EXPECT_NE(text.find(", " + std::string(32, '\xFF') + ", Error, 255, 255"), std::string::npos);
+
+    char a[4];
+    memset(a, 0xFF, sizeof(a));
+    setCharArray(a, "");
+    EXPECT_EQ(memcmp(a, "\0\0\0\0", 4), 0);
+    setCharArray(a, "abc");
+    EXPECT_EQ(memcmp(a, "abc\0", 4), 0);
+    setCharArray(a, "abcdef"); // truncated, always terminated
+    EXPECT_EQ(memcmp(a, "abc\0", 4), 0);
+    setCharArray(a, "x");
+    EXPECT_EQ(memcmp(a, "x\0\0\0", 4), 0); // no stale bytes left
+    setCharArray(a, "ab\xC3\xA9");         // "abé": the two-byte sequence would be cut
+    EXPECT_EQ(memcmp(a, "ab\0\0", 4), 0);
+    setCharArray(a, "a\xC3\xA9");
+    EXPECT_EQ(memcmp(a, "a\xC3\xA9\0", 4), 0);
+    EXPECT_EQ(s(getCharArray(a)), "a\xC3\xA9");
+}
+
+TEST(TavroRecords, SettingMembersFromText) {
+    Configuration c;
+    const ZObjMember* t = Configuration::getMembers();
+    struct Case {
+        const char* member;
+        const char* text;
+        int number;
+        const char* error;
+    };
+    const Case cases[] = {
+        {"name", "A unit with a long name", 0, ""},
+        {"networkAddress", "3232235786", 0, ""},
+        {"mode", "Run", 0, ""},
+        {"securityMode", "2", 0, ""},
+        {"wifiMode", "Bogus", 1, "Uknown string value"},
+        {"digitalMode", "300", 1, "Value out of range"},
+        {"rs485Bits", "256", 1, "Value out of range"},
+        {"rs485StopBits", " 2 ", 0, ""},
+        {"mqttPort", "-1", 1, "Value out of range"},
+        {"mqttPort", "12x", 1, "Invalid number"},
+        {"rs485BaudRate", "4294967296", 1, "Value out of range"},
+        {"digitalPins", "[0, 1,2,0,1,2,0,1]", 0, ""},
+        {"digitalPins", "[1,2]", 1, "Invalid array"},
+        {"digitalPins", "[1,2,3,4,5,6,7,999]", 1, "Value out of range"},
+        {"alarms", "x", 1, "Cannot set member"},
+    };
+    for (const Case& k : cases) {
+        const ZObjMember* m = findMember(t, k.member);
+        ASSERT_NE(m, nullptr) << k.member;
+        ZError err = memberFromZString(*m, &c, k.text);
+        EXPECT_EQ(err.number, k.number) << k.member << " " << k.text;
+        EXPECT_EQ(s(err.string), k.error) << k.member << " " << k.text;
+    }
+    EXPECT_EQ(s(getCharArray(c.name)), "A unit with a l");
+    EXPECT_EQ(c.networkAddress, 0xC0A8010Au);
+    EXPECT_EQ(c.mode, Mode::Run);
+    EXPECT_EQ(c.securityMode, SecurityMode::Full);
+    EXPECT_EQ(c.wifiMode, WifiMode::Off);
+    EXPECT_EQ(c.rs485Bits, 0);
+    EXPECT_EQ(c.rs485StopBits, 2);
+    EXPECT_EQ(c.mqttPort, 0u);
+    const uint8_t pins[8] = {0, 1, 2, 0, 1, 2, 0, 1};
+    EXPECT_EQ(memcmp(c.digitalPins, pins, 8), 0); // a failed array changes nothing
+
+    // The 64-bit forms' suffixes, a time as text and a float.
+    DataBlock b;
+    EXPECT_EQ(
+        memberFromZString(*findMember(DataBlock::getMembers(), "time"), &b, "4294967301d").number,
+        0);
+    EXPECT_EQ(b.time, 4294967301ull);
+    BoardConfig bc;
+    EXPECT_EQ(memberFromZString(*findMember(BoardConfig::getMembers(), "buildTime"), &bc,
+                                "2023-11-14T22:14:25")
+                  .number,
+              0);
+    EXPECT_EQ(bc.buildTime.seconds, 1700000065u);
+
+    // A JSON object back into a record: unknown keys and "Error" values are skipped.
+    MeasurementConfig mc;
+    mc.measureMode = MeasureMode::Repeat;
+    mc.triggerLevel = 0.5f;
+    mc.triggerDelay = -12;
+    mc.sampleRate = 10000.0;
+    mc.numSamplesBlock = 13;
+    setCharArray(mc.description, "bench test");
+    MeasurementConfig back;
+    back.measureMode = MeasureMode::Repeat;
+    ZString json = toZStringJson("", mc);
+    EXPECT_EQ(fromZStringJson("{ \"extra\":1, " + json.subString(2), back).number, 0);
+    EXPECT_EQ(memcmp(&back, &mc, sizeof(mc)), 0) << s(json);
+    ZError err = fromZStringJson("{ \"peakFilter\":\"999\"}", back);
+    EXPECT_EQ(err.number, 1);
+    EXPECT_EQ(s(err.string), "peakFilter: Value out of range");
+}

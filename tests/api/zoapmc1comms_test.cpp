@@ -1,0 +1,337 @@
+#include "zoaptest.h"
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <thread>
+
+using namespace zoaptest;
+
+namespace {
+
+const Bytes Payload8 = {'0', '1', '2', '3', '4', '5', '6', '7'};
+
+// A channel that keeps every request it is sent (header and payload) and can
+// answer with four result bytes or an error reply.
+class Channel : public ZoapMc1Comms {
+public:
+    enum Answer { None, Reply, ErrorReply };
+
+    explicit Channel(bool threaded, unsigned int maxPacket = 256)
+        : ZoapMc1Comms(threaded, maxPacket) {}
+
+    ZError processRequest() override {
+        ZError err = readRequestPayload();
+        if (err)
+            return err;
+        ZoapMc1Header h = rxHeader();
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            requests.push_back(Bytes(packetRx(), packetRx() + h.length));
+        }
+        if (answer == Reply) {
+            memcpy(packetTxBuffer() + HeaderSize, "abcd", 4);
+            return sendReply(4, answerError);
+        }
+        if (answer == ErrorReply)
+            return sendErrorReply(answerError);
+        return ZError();
+    }
+    std::vector<Bytes> taken() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return requests;
+    }
+
+    Answer answer = None;
+    ZError answerError;
+
+private:
+    std::mutex mutex;
+    std::vector<Bytes> requests;
+};
+
+// A channel and the far end of its loopback transport; reads on both ends
+// give up after 50 ms.
+struct Link {
+    explicit Link(bool threaded, unsigned int maxPacket = 256, bool packetMode = false)
+        : channel(threaded, maxPacket) {
+        if (packetMode) {
+            near.setPacketMode(true);
+            far.setPacketMode(true);
+        }
+        ZCommsLoopback::connectPair(near, far);
+        near.setTimeout(50000);
+        far.setTimeout(50000);
+        channel.setComms(near);
+        channel.setAddress(1, 2);
+        channel.setTimeout(20000);
+    }
+    // Sends a request of one header and one 4-byte argument chunk.
+    ZError request(uint16_t function, bool wantReply = true) {
+        ZoapMc1Header h = {0x555A, 20, 1, 2, function, 0, 0};
+        uint32_t arg = 0x11223344;
+        ZDataChunk chunks[2] = {{&h, 16}, {&arg, 4}};
+        return channel.packetTx(chunks, 2, wantReply ? function : 0);
+    }
+
+    ZCommsLoopback near, far;
+    Channel channel;
+};
+
+void expectError(const ZError& err, int number, const char* text) {
+    EXPECT_EQ(err.number, number) << err.string;
+    EXPECT_EQ(err.string, text);
+}
+
+} // namespace
+
+TEST(ZoapMc1ApiVer, PacksMajorAndMinor) {
+    EXPECT_EQ(uint32_t(ZoapMc1ApiVer(1, 0)), 0x00010000u);
+    ZoapMc1ApiVer v(0x00020003u);
+    EXPECT_EQ(v.majorNo(), 2);
+    EXPECT_EQ(v.minorNo(), 3);
+    EXPECT_EQ(uint32_t(ZoapMc1ApiVer(0xFFFF, 0xFFFF)), 0xFFFFFFFFu);
+}
+
+TEST(ZoapMc1Comms, SettingsAndMissingTransport) {
+    Channel c(true);
+    EXPECT_EQ(uint32_t(c.getApiVersion()), 0u);
+    EXPECT_EQ(c.setTimeout(5000000), 2000000u);
+    EXPECT_EQ(c.setTimeout(7), 5000000u);
+    EXPECT_FALSE(c.commsMode());
+    c.setCommsMode(true);
+    EXPECT_TRUE(c.commsMode());
+    c.setAddress(1, 2);
+    EXPECT_EQ(c.destination(), 1);
+    EXPECT_EQ(c.source(), 2);
+
+    uint8_t b[4];
+    expectError(c.packetTx(nullptr, 0, 8), 5, "No connection");
+    expectError(c.processRx(), 5, "No connection");
+    expectError(c.processRequests(), 5, "No connection");
+    expectError(c.packetRxData(b, 4), 5, "No connection");
+    ZCommsLoopback a, z;
+    c.setComms(&a);
+    EXPECT_EQ(c.comms(), &a);
+    c.setComms(nullptr);
+    expectError(c.processRequests(), 5, "No connection");
+}
+
+TEST(ZoapMc1Comms, PacketSizeBelow32IsRefused) {
+    Link small(false, 31);
+    expectError(small.channel.status(), 1, "ZoapMc1 packet size too small");
+    send(small.far, packet(9, Payload8));
+    expectError(small.channel.processRx(), 1, "ZoapMc1 packet size too small");
+    EXPECT_EQ(small.near.readAvailable(), 24u) << "nothing may be read into the buffer";
+    expectError(small.request(8), 1, "ZoapMc1 packet size too small");
+    EXPECT_TRUE(drain(small.far).empty());
+
+    Link least(false, 32);
+    EXPECT_FALSE(least.channel.status());
+    send(least.far, packet(9, Payload8));
+    EXPECT_FALSE(least.channel.processRx());
+    EXPECT_EQ(least.channel.taken().at(0), packet(9, Payload8));
+}
+
+TEST(ZoapMc1Comms, PolledExchange) {
+    Link l(false);
+    // A request of the unit ahead of the reply is served on the way.
+    send(l.far,
+         cat(packet(9, Payload8), packet(0x8007, cat({'A', 'B', 'C', 'D'}, errorRecord(0)))));
+    ASSERT_FALSE(l.request(7));
+    EXPECT_EQ(drain(l.far), packet(7, {0x44, 0x33, 0x22, 0x11}));
+    EXPECT_EQ(l.channel.taken().size(), 1u);
+    EXPECT_EQ(l.channel.rxHeader().function, 0x8007);
+    char result[4];
+    ASSERT_FALSE(l.channel.packetRxData(result, 4));
+    EXPECT_EQ(memcmp(result, "ABCD", 4), 0);
+    ZoapMc1ErrorRecord record;
+    ASSERT_FALSE(l.channel.packetRxData(&record, 40));
+    EXPECT_FALSE(l.channel.packetRxEnd());
+    EXPECT_EQ(l.near.readAvailable(), 0u);
+
+    // No reply at all: the exchange still counts as sent.
+    EXPECT_FALSE(l.request(7));
+    // A one-way request does not wait.
+    EXPECT_FALSE(l.request(31, false));
+    EXPECT_EQ(drain(l.far).size(), 40u);
+}
+
+TEST(ZoapMc1Comms, ThreadedHandOver) {
+    Link l(true);
+    l.channel.setTimeout(2000000);
+    RxLoop rx(l.channel);
+    // The unit answers, and right behind the reply sends a request of its
+    // own: the receive thread must leave the reply's payload to the requester.
+    std::thread unit([&] {
+        readN(l.far, 20);
+        send(l.far, cat(packet(0x8007, cat({'A', 'B', 'C', 'D'}, errorRecord(-2, "bad"))),
+                        packet(9, Payload8)));
+    });
+    ASSERT_FALSE(l.request(7));
+    unit.join();
+    delayMs(20);
+    char result[4];
+    ZoapMc1ErrorRecord record;
+    ASSERT_FALSE(l.channel.packetRxData(result, 4));
+    ASSERT_FALSE(l.channel.packetRxData(&record, 40));
+    EXPECT_EQ(memcmp(result, "ABCD", 4), 0);
+    EXPECT_EQ(record.number, -2);
+    EXPECT_STREQ(record.text, "bad");
+    l.channel.packetRxEnd();
+    for (int i = 0; i < 200 && l.channel.taken().empty(); i++)
+        delayMs(5);
+    rx.stop();
+    ASSERT_EQ(l.channel.taken().size(), 1u);
+    EXPECT_EQ(l.channel.taken()[0], packet(9, Payload8));
+    EXPECT_TRUE(rx.errors().empty());
+
+    Link quiet(true);
+    expectError(quiet.request(7), 4, "Timeout");
+}
+
+TEST(ZoapMc1Comms, StreamResynchronisation) {
+    const Bytes garbage8 = {1, 2, 3, 4, 5, 6, 7, 8};
+    {
+        // The magic at 8: the header is whole again and nothing is lost.
+        Link l(false);
+        send(l.far, cat(garbage8, packet(9, Payload8)));
+        EXPECT_FALSE(l.channel.processRx());
+        EXPECT_EQ(l.channel.taken().at(0), packet(9, Payload8));
+    }
+    {
+        // The magic at 4: as many bytes are read again as were kept (12), so
+        // the 8 bytes after the header are swallowed with it.
+        Link l(false);
+        send(l.far,
+             cat(cat({1, 2, 3, 4}, packet(9, Payload8)), {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'}));
+        EXPECT_FALSE(l.channel.processRx());
+        EXPECT_EQ(l.channel.taken().at(0), packet(9, {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'}));
+    }
+    {
+        // No magic in 16 bytes: "Currupt packet", and the next call starts
+        // with the next 16 bytes.
+        Link l(false);
+        send(l.far, cat(cat(garbage8, garbage8), packet(9, Payload8)));
+        expectError(l.channel.processRx(), 6, "Currupt packet");
+        EXPECT_FALSE(l.channel.processRx());
+        EXPECT_EQ(l.channel.taken().at(0), packet(9, Payload8));
+    }
+    // A length above maxPacket or below 16 is a bad header like a bad magic:
+    // the magic is found at 0, 16 more bytes are read and the header is
+    // still bad.
+    for (int length : {65, 15, 0}) {
+        Link l(false, 64);
+        send(l.far,
+             cat(cat(packet(9, Bytes(), 0, 1, 2, length), Bytes(16, 0xEE)), packet(9, Payload8)));
+        expectError(l.channel.processRx(), 6, "Currupt packet");
+        EXPECT_FALSE(l.channel.processRx()) << length;
+        EXPECT_EQ(l.channel.taken().at(0), packet(9, Payload8)) << length;
+    }
+    {
+        Link l(false, 64);
+        send(l.far, packet(9, Bytes(48, 7)));
+        EXPECT_FALSE(l.channel.processRx()) << "a packet of exactly maxPacket is good";
+    }
+}
+
+TEST(ZoapMc1Comms, PacketModeRefusesBadPackets) {
+    Link l(false, 64, true);
+    Bytes badMagic = packet(9, Payload8);
+    badMagic[1] = 0x56;
+    const Bytes bad[] = {badMagic, packet(9, Bytes(), 0, 1, 2, 65), packet(9, Bytes(), 0, 1, 2, 8),
+                         Bytes(8, 0x5A)};
+    for (const Bytes& b : bad) {
+        send(l.far, b);
+        expectError(l.channel.processRx(), 6, "ZoapMc1 packet data error");
+        l.near.flush(ZComms::FlushRead);
+    }
+    // A header whose length runs past the end of its packet.
+    send(l.far, packet(9, Payload8, 0, 1, 2, 40));
+    expectError(l.channel.processRx(), 6, "ZoapMc1 packet data error");
+    EXPECT_TRUE(l.channel.taken().empty());
+    send(l.far, packet(9, Payload8));
+    EXPECT_FALSE(l.channel.processRx());
+    EXPECT_EQ(l.channel.taken().size(), 1u);
+}
+
+TEST(ZoapMc1Comms, UnawaitedAndLateReplies) {
+    {
+        Link l(true);
+        send(l.far, packet(0x8005, errorRecord(0)));
+        expectError(l.channel.processRx(), 6, "Currupt packet");
+    }
+    {
+        // Timed out, then another function called: the late reply is corrupt.
+        Link l(true);
+        expectError(l.request(45), 4, "Timeout");
+        expectError(l.request(8), 4, "Timeout");
+        send(l.far, packet(0x802D, cat({1, 0, 0, 0}, errorRecord(0))));
+        expectError(l.channel.processRx(), 6, "Currupt packet");
+    }
+    {
+        // Timed out, the late reply comes in, the same function is called
+        // again: the late reply is taken for the new call's.
+        Link l(true);
+        expectError(l.request(45), 4, "Timeout");
+        send(l.far, packet(0x802D, cat({0x6F, 0, 0, 0}, errorRecord(0))));
+        EXPECT_FALSE(l.channel.processRx()); // waits out the time-out on replyDone
+        ASSERT_FALSE(l.request(45));
+        uint32_t value = 0;
+        EXPECT_FALSE(l.channel.packetRxData(&value, 4));
+        EXPECT_EQ(value, 111u);
+    }
+}
+
+TEST(ZoapMc1Comms, ShortAndLongReplies) {
+    Link l(false);
+    const Bytes next = packet(9, Payload8);
+    // A reply of 4 payload bytes read as 4 + 40: the 40 are refused and the
+    // caller's record stays as it was.
+    send(l.far, cat(packet(0x8007, {1, 2, 3, 4}), next));
+    ASSERT_FALSE(l.request(7));
+    uint32_t value = 0;
+    EXPECT_FALSE(l.channel.packetRxData(&value, 4));
+    ZoapMc1ErrorRecord record;
+    memset(&record, 0xA5, sizeof(record));
+    expectError(l.channel.packetRxData(&record, 40), 6, "Currupt packet");
+    EXPECT_EQ(record.number, int16_t(0xA5A5));
+    l.channel.packetRxEnd();
+    EXPECT_FALSE(l.channel.processRx());
+    EXPECT_EQ(l.channel.taken().at(0), next);
+
+    // A reply longer than what is read: packetRxEnd reads off the rest.
+    send(l.far, cat(packet(0x8007, cat(errorRecord(0), Bytes(12, 0x5A))), next));
+    ASSERT_FALSE(l.request(7));
+    EXPECT_FALSE(l.channel.packetRxData(&record, 40));
+    EXPECT_FALSE(l.channel.packetRxEnd());
+    EXPECT_FALSE(l.channel.processRx());
+    EXPECT_EQ(l.channel.taken().at(1), next);
+}
+
+TEST(ZoapMc1Comms, RepliesToTheUnit) {
+    Link l(false);
+    l.channel.answer = Channel::Reply;
+    l.channel.answerError = ZError(-3, "A text longer than thirty-two characters");
+    send(l.far, packet(12, Payload8, 0, 9, 7));
+    EXPECT_FALSE(l.channel.processRx());
+    // To the request's source, from the channel's own source address.
+    Bytes text(38, 0);
+    memcpy(text.data(), "A text longer than thirty-two ch", 32);
+    EXPECT_EQ(drain(l.far), packet(0x800C, cat({'a', 'b', 'c', 'd', 0xFD, 0xFF}, text), 0, 7, 2));
+
+    l.channel.answer = Channel::ErrorReply;
+    l.channel.answerError = ZError(5, "No such function");
+    send(l.far, packet(19, Bytes(), 0, 9, 7));
+    EXPECT_FALSE(l.channel.processRx());
+    Bytes reply = drain(l.far);
+    EXPECT_EQ(reply, packet(0x8013, errorRecord(5, "No such function"), 1, 7, 2));
+    EXPECT_EQ(reply.size(), 56u);
+
+    // A reply that does not fit the transmit buffer becomes an error reply.
+    Link tight(false, 40);
+    tight.channel.answer = Channel::Reply;
+    send(tight.far, packet(12, Bytes(), 0, 9, 7));
+    EXPECT_FALSE(tight.channel.processRx());
+    EXPECT_EQ(drain(tight.far), packet(0x800C, errorRecord(6, "ZoapMc1 reply too large"), 1, 7, 2));
+}
