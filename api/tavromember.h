@@ -197,8 +197,8 @@ const ZObjMember* findMember(const ZObjMember* table, const ZString& name);
 //  - an enumeration by name or by number;
 //  - any other array as "[v0,v1,...]" with exactly as many values as it has.
 // Failures: "Invalid number", "Value out of range", "Uknown string value",
-// "Invalid array", "Cannot set member" (a nested record); the record is
-// unchanged then.
+// "Invalid character" (more than one for a Char), "Invalid array",
+// "Cannot set member" (a nested record); the record is unchanged then.
 ZError memberFromZString(const ZObjMember& member, void* record, const ZString& text);
 
 // Sets the members named in a flat JSON object (toZDictStringFromJson).

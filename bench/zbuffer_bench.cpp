@@ -80,7 +80,7 @@ struct VecStore {
     void put(const void* p, size_t n) {
         size_t end = pos + n;
         if (end > v.size())
-            v.resize(end < 2 * v.size() ? 2 * v.size() : end);
+            v.resize(end); // geometric growth of the capacity is the vector's own
         memcpy(v.data() + pos, p, n);
         pos = used = end;
     }

@@ -133,7 +133,9 @@ ZError CommsUsb::readChunk(unsigned int timeoutUs) {
 
     // orxCount never exceeds the buffer; the request is the free space
     // rounded down to whole 512-byte blocks, so it always fits behind it.
-    uint32_t have = orxCount < RxBufferSize ? orxCount : RxBufferSize;
+    uint32_t have = orxCount;
+    if (have > RxBufferSize)
+        have = RxBufferSize;
     uint32_t ask = (RxBufferSize - have) & ~(ChunkAlign - 1);
 
     int r = 0;
@@ -188,11 +190,12 @@ ZError CommsUsb::read(void* data, unsigned int n, unsigned int& got) {
         if (err)
             return err;
     }
-    uint32_t take = orxCount < n ? orxCount : n;
+    uint32_t have = orxCount;
+    uint32_t take = have < n ? have : n;
     if (take > 0) {
         memcpy(data, orxBuffer.get(), take);
-        memmove(orxBuffer.get(), orxBuffer.get() + take, orxCount - take);
-        orxCount -= take;
+        memmove(orxBuffer.get(), orxBuffer.get() + take, have - take);
+        orxCount = have - take;
     }
     got = take;
     return ZError();

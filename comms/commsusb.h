@@ -78,7 +78,7 @@ private:
     libusb_context* octx;
     libusb_device_handle* ohandle;
     std::unique_ptr<uint8_t[]> orxBuffer;
-    uint32_t orxCount;
+    std::atomic<uint32_t> orxCount; // read by readAvailable() from any thread
     std::atomic<bool> ofailed;
     std::atomic<bool> ostopped;
     std::atomic<bool> oreadError;

@@ -178,8 +178,8 @@ ZError ZCommsLoopback::read(void* data, unsigned int len, unsigned int& got) {
     if (err)
         return err;
     Link::Inbox& in = olink->inbox[oside];
-    uint32_t n = std::min<uint32_t>(
-        len, olink->packetMode[oside] ? in.packets.front() : uint32_t(in.bytes.size()));
+    uint32_t n = std::min<uint32_t>(len, olink->packetMode[oside] ? in.packets.front()
+                                                                  : uint32_t(in.bytes.size()));
     in.take(static_cast<uint8_t*>(data), n);
     got = n;
     return ZError();

@@ -40,9 +40,9 @@ bool sameText(const ZString& a, const ZString& b) {
 struct Record {
     unsigned int fixed; // type, class, ttl, data length
     uint16_t type;
-    unsigned int data;  // first data byte
+    unsigned int data; // first data byte
     unsigned int dataLength;
-    unsigned int end;   // first byte after the record
+    unsigned int end; // first byte after the record
 };
 
 bool readRecord(const ZMdnsPacket& p, unsigned int position, Record& r) {
@@ -293,8 +293,7 @@ ZError ZMdns::init() {
     return osocket.setSockOpt(IPPROTO_IP, IP_ADD_MEMBERSHIP, &mreq, sizeof(mreq));
 }
 
-ZError ZMdns::findServices(ZString service, unsigned int timeoutMs,
-                           ZList<ZMdnsService>& found) {
+ZError ZMdns::findServices(ZString service, unsigned int timeoutMs, ZList<ZMdnsService>& found) {
     uint16_t id = uint16_t(++ocounter);
     unsigned char query[MdnsQuerySize];
     mdnsBuildQuery(id, query);

@@ -20,7 +20,9 @@ public:
     void delFd(int fd);
     void clear();
     int getPollFdsNum() const { return int(ofds.size()); }
-    struct pollfd* getPollFds() { return ofds.data(); }
+    struct pollfd* getPollFds() {
+        return ofds.data();
+    }
     // The index after index, wrapping to 0.
     int nextFd(int index) const;
 

@@ -19,7 +19,9 @@ public:
     bool operator==(const ZSocketAddress& o) const;
     bool operator!=(const ZSocketAddress& o) const { return !(*this == o); }
 
-    struct sockaddr* raw() { return reinterpret_cast<struct sockaddr*>(&oaddress); }
+    struct sockaddr* raw() {
+        return reinterpret_cast<struct sockaddr*>(&oaddress);
+    }
     const struct sockaddr* raw() const {
         return reinterpret_cast<const struct sockaddr*>(&oaddress);
     }
@@ -63,7 +65,9 @@ public:
 
 private:
     void reset();
-    struct sockaddr_in* in() { return reinterpret_cast<struct sockaddr_in*>(&oaddress); }
+    struct sockaddr_in* in() {
+        return reinterpret_cast<struct sockaddr_in*>(&oaddress);
+    }
     const struct sockaddr_in* in() const {
         return reinterpret_cast<const struct sockaddr_in*>(&oaddress);
     }
@@ -116,8 +120,8 @@ public:
     // -110 "Connection timed out", a select failure -errno "Select error".
     ZError recvWithTimeout(void* data, unsigned int n, unsigned int& got, int timeoutUs,
                            int flags = 0);
-    ZError recvFromWithTimeout(ZSocketAddress& from, void* data, unsigned int n,
-                               unsigned int& got, int timeoutUs, int flags = 0);
+    ZError recvFromWithTimeout(ZSocketAddress& from, void* data, unsigned int n, unsigned int& got,
+                               int timeoutUs, int flags = 0);
     // Bytes waiting to be read (FIONREAD); 0 when closed or the query fails.
     unsigned int recvAvailable() const;
 

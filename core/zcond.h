@@ -22,7 +22,7 @@ protected:
     // Called with the mutex held: waits until ready() holds. foreverUs is the
     // time-out value that means no limit. Returns 0 once ready() holds (also
     // when it holds on the time-out itself), else the result of the last
-    // pthread wait (ETIMEDOUT).
+    // pthread wait (ETIMEDOUT). Defined in zcond.cpp for the classes there.
     template <class Ready>
     int waitUntil(Ready ready, uint32_t timeoutUs, uint32_t foreverUs);
 

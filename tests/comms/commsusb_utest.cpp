@@ -1,6 +1,7 @@
 #include "commsusb.h"
 
 #include <gtest/gtest.h>
+#include <libusb.h>
 
 #include <cerrno>
 #include <cstring>
@@ -25,13 +26,6 @@ public:
     using CommsUsb::failed;
     using CommsUsb::setStopped;
 };
-
-Bytes pattern(size_t n, uint8_t seed) {
-    Bytes b(n);
-    for (size_t i = 0; i < n; i++)
-        b[i] = uint8_t(seed + i * 7);
-    return b;
-}
 
 #define EXPECT_ZERR(e, n, text)                                                                    \
     do {                                                                                           \
@@ -79,6 +73,13 @@ namespace {
 
 const uint8_t In = 0x81, Out = 0x01;
 
+Bytes pattern(size_t n, uint8_t seed) {
+    Bytes b(n);
+    for (size_t i = 0; i < n; i++)
+        b[i] = uint8_t(seed + i * 7);
+    return b;
+}
+
 // Vendor requests (type 0x40) a device received, as setup bytes.
 std::vector<Bytes> vendorRequests(const UsbMockDevice& dev) {
     std::vector<Bytes> v;
@@ -115,7 +116,7 @@ int openFds() {
 
 // The client side of a handle is let go asynchronously; give it a moment.
 bool waitClosed(const UsbMockDevice& dev) {
-    for (int i = 0; i < 200 && dev.openCount() > 0; i++)
+    for (int i = 0; i < 1000 && dev.openCount() > 0; i++)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return dev.openCount() == 0;
 }
@@ -353,7 +354,7 @@ TEST_F(CommsUsbDevice, NeverOverrunsTheReceiveBuffer) {
 TEST_F(CommsUsbDevice, ReadWakesForDataWhileAnotherThreadWrites) {
     UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "T"));
     ASSERT_FALSE(usb->connect("T"));
-    usb->setTimeout(5000000); // a late answer would fail the ctest time-out, not hang
+    usb->setTimeout(5000000); // a ceiling only: the answer comes within milliseconds
     Bytes cmd = pattern(64, 1), reply = pattern(2000, 2);
     std::thread sender([&] {
         ASSERT_TRUE(unit.waitPendingIn(In, 5000));
@@ -382,6 +383,57 @@ TEST_F(CommsUsbDevice, UnplugEndsAPendingReadWithAnError) {
     EXPECT_ZERR(usb->write(buf.data(), 10, n), 1, "CommsUsb::write: write error");
     EXPECT_FALSE(usb->disconnect());
     EXPECT_ZERR(usb->connect("U"), 1, "Tavro unit not found");
+}
+
+// The harness itself, as the boot-loader download uses it: class requests
+// with data stages both ways, a status that changes between polls, a stall,
+// and an alternate setting.
+TEST_F(CommsUsbDevice, HarnessAnswersControlTransfersWithDataStages) {
+    UsbMockDevice& dfu = bus->addDevice(DeviceConfig(0x0483, 0xDF11, "BOOT"));
+    int polls = 0;
+    dfu.setControlHandler([&polls](const usbmock::Setup& s, const Bytes&) {
+        if (s.requestType == 0x21 && s.request == 1)
+            return usbmock::ControlReply::ack();
+        if (s.requestType == 0xA1 && s.request == 3) // busy once, then idle
+            return usbmock::ControlReply::reply({0, 100, 0, 0, uint8_t(polls++ ? 2 : 4), 0});
+        return usbmock::ControlReply::stalled();
+    });
+    libusb_context* ctx = nullptr;
+    ASSERT_EQ(libusb_init(&ctx), 0);
+    libusb_device_handle* h = libusb_open_device_with_vid_pid(ctx, 0x0483, 0xDF11);
+    if (!h) {
+        libusb_exit(ctx);
+        FAIL() << "cannot open the emulated boot loader";
+    }
+    EXPECT_EQ(libusb_claim_interface(h, 0), 0);
+    EXPECT_EQ(libusb_set_interface_alt_setting(h, 0, 1), 0);
+    Bytes block = pattern(64, 7);
+    uint8_t st[8] = {};
+    EXPECT_EQ(libusb_control_transfer(h, 0x21, 1, 2, 0, block.data(), 64, 100), 64);
+    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 3, 0, 0, st, 8, 100), 6);
+    EXPECT_EQ(st[4], 4);
+    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 3, 0, 0, st, 6, 100), 6);
+    EXPECT_EQ(st[4], 2);
+    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 9, 0, 0, st, 6, 100), LIBUSB_ERROR_PIPE);
+    libusb_close(h);
+    libusb_exit(ctx);
+
+    std::vector<ControlRequest> c = dfu.controlRequests();
+    ASSERT_GE(c.size(), 4u);
+    const ControlRequest& dn = c[c.size() - 4];
+    EXPECT_EQ(dn.setup.bytes(), (Bytes{0x21, 1, 2, 0, 0, 0, 64, 0}));
+    EXPECT_EQ(dn.data, block);
+    EXPECT_EQ(c[c.size() - 3].data, (Bytes{0, 100, 0, 0, 4, 0}));
+    EXPECT_TRUE(c.back().stalled);
+    ASSERT_EQ(dfu.interfaceEvents().size(), 2u);
+    EXPECT_EQ(dfu.interfaceEvents()[1].kind, InterfaceEvent::SetAltSetting);
+    EXPECT_EQ(dfu.interfaceEvents()[1].altSetting, 1u);
+}
+
+#else
+
+TEST(CommsUsbDevice, NeedsUmockdev) {
+    GTEST_SKIP() << TAVRO_USB_SKIP;
 }
 
 #endif

@@ -79,11 +79,9 @@ struct Unit {
 // A reply as a unit sends it (Part 2.4): the question echoed, the PTR record
 // in the answers, SRV, TXT and A in the additional records. Record names are
 // compression pointers; the SRV target is written as full labels.
-inline std::vector<uint8_t> unitReply(unsigned id, const Unit& u = Unit(),
-                                      unsigned flags = 0x8400,
-                                      std::initializer_list<std::string> service = {"_tavro",
-                                                                                    "_tcp",
-                                                                                    "local"}) {
+inline std::vector<uint8_t> unitReply(unsigned id, const Unit& u = Unit(), unsigned flags = 0x8400,
+                                      std::initializer_list<std::string> service = {
+                                          "_tavro", "_tcp", "local"}) {
     DnsBuilder b;
     b.header(id, flags, 1, 1, 0, 3);
     size_t qname = b.pos();

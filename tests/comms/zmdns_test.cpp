@@ -22,7 +22,8 @@ const char* const Service = "_tavro._tcp.local.";
 // The bytes in a heap block of exactly their size, so that AddressSanitizer
 // reports any read past the end.
 struct Exact {
-    explicit Exact(const std::vector<uint8_t>& v) : n(v.size()), p(new uint8_t[v.size() ? v.size() : 1]) {
+    explicit Exact(const std::vector<uint8_t>& v)
+        : n(v.size()), p(new uint8_t[v.size() ? v.size() : 1]) {
         if (n)
             memcpy(p.get(), v.data(), n);
     }
@@ -57,6 +58,7 @@ void expectUnit(const ZMdnsService& s, uint32_t address, unsigned port, const ch
 // ---------------------------------------------------------------- the query
 
 TEST(MdnsQuery, ImageByteForByte) {
+    // clang-format off
     const uint8_t expected[] = {
         0x00, 0x01,                                     // id 1
         0x00, 0x00,                                     // flags
@@ -67,6 +69,7 @@ TEST(MdnsQuery, ImageByteForByte) {
         0x00, 0x0C,                                     // PTR
         0x80, 0x01,                                     // IN + unicast reply
     };
+    // clang-format on
     static_assert(sizeof(expected) == MdnsQuerySize, "35 bytes");
     uint8_t q[MdnsQuerySize];
     mdnsBuildQuery(1, q);
@@ -124,7 +127,7 @@ TEST(MdnsReadStrings, QuirkPointerTakesOneLabelAndReadingGoesOn) {
     // single label "local" and carries on with the bytes after the pointer.
     DnsBuilder b;
     b.header(0, 0, 0, 0, 0, 0);
-    b.name({"local"});                 // 12
+    b.name({"local"});                  // 12
     b.label("host").ptr(12).label("x"); // 19: host, 24: ptr, 26: x
     b.u8(0);
     Exact e(b.bytes);
@@ -206,9 +209,9 @@ TEST(MdnsReadName, FollowsPointersToTheEnd) {
     DnsBuilder b;
     b.header(0, 0, 0, 0, 0, 0);
     b.name({"_tavro", "_tcp", "local"}); // 12, "local" at 24
-    b.label("host").ptr(24);              // 31
-    b.ptr(31);                            // 38
-    b.label("a").ptr(38);                 // 40
+    b.label("host").ptr(24);             // 31
+    b.ptr(31);                           // 38
+    b.label("a").ptr(38);                // 40
     Exact e(b.bytes);
     ZString out;
     EXPECT_EQ(mdns_read_name(e.packet(), 12, out), 19);
@@ -260,7 +263,7 @@ TEST(MdnsReadName, LoopsAndBadNamesAreRefused) {
         for (int i = 1; i < 200; i++)
             b.ptr(unsigned(1 + 2 * (i - 1)));
         Exact e(b.bytes);
-        EXPECT_EQ(mdns_read_name(e.packet(), 1, out), 2); // one hop
+        EXPECT_EQ(mdns_read_name(e.packet(), 1, out), 2);                     // one hop
         EXPECT_EQ(mdns_read_name(e.packet(), unsigned(1 + 2 * 126), out), 2); // 127 hops
         EXPECT_EQ(mdns_read_name(e.packet(), unsigned(1 + 2 * 127), out), MdnsMalformed);
     }
@@ -290,6 +293,7 @@ TEST(MdnsParse, OneUnit) {
 
 TEST(MdnsParse, OneUnitByteForByte) {
     // The same reply written out by hand, so that the builder is checked too.
+    // clang-format off
     const uint8_t d[] = {
         0x00, 0x07, 0x84, 0x00, 0x00, 0x01, 0x00, 0x01, 0x00, 0x00, 0x00, 0x03,
         // 12: question
@@ -308,6 +312,7 @@ TEST(MdnsParse, OneUnitByteForByte) {
         // 120: A additional, name -> 78 (the host)
         0xC0, 0x4E, 0x00, 0x01, 0x80, 0x01, 0x00, 0x00, 0x00, 0x78, 0x00, 0x04,
         192, 168, 1, 42};
+    // clang-format on
     std::vector<uint8_t> v(d, d + sizeof(d));
     EXPECT_EQ(v, mdnstest::unitReply(7));
     ZMdnsService s;

@@ -113,6 +113,37 @@ TEST(BswapCopy, ElementRunningPastNIsNotOverrun) {
     }
 }
 
+// The Algorithm written out the slow way, for comparison.
+static std::vector<uint8_t> referenceSwap(const std::vector<uint8_t>& s, const std::string& f) {
+    std::vector<uint8_t> d(s);
+    size_t n = s.size(), i = 0, c = 0;
+    if (f.empty())
+        return d;
+    while (i < n) {
+        char ch = f[c % f.size()];
+        c++;
+        size_t k = (ch == '2' || ch == '4' || ch == '8') ? size_t(ch - '0') : 1;
+        if (i + k > n)
+            break; // a partial element stays as it is
+        for (size_t j = 0; j < k; j++)
+            d[i + j] = s[i + k - 1 - j];
+        i += k;
+    }
+    return d;
+}
+
+TEST(BswapCopy, AgreesWithReferenceForManySizesAndFormats) {
+    for (uint32_t n = 0; n < 140; n++) {
+        auto s = seq(int(n));
+        for (const char* f : {"1", "2", "4", "8", "24", "42", "1248", "8", "814", "2222", "x4"}) {
+            ASSERT_EQ(swapped(s, f), referenceSwap(s, f)) << f << " n=" << n;
+            auto inPlace = s;
+            bswap_copy(1, inPlace.data(), inPlace.data(), n, f);
+            ASSERT_EQ(inPlace, referenceSwap(s, f)) << f << " n=" << n;
+        }
+    }
+}
+
 TEST(BswapCopy, InPlace) {
     auto s = seq(8);
     bswap_copy(1, s.data(), s.data(), 8, "4");
@@ -216,19 +247,19 @@ TEST(ZBufferStorePush, ScalarsRoundTripBothByteOrders) {
         EXPECT_EQ(st.size(), 1u + 1 + 2 + 2 + 4 + 4 + 8 + 8 + 4 + 8 + 16 + 1 + 1);
         EXPECT_EQ(st.getPos(), st.size());
         st.setPos(0);
-        int8_t a;
-        uint8_t b;
-        int16_t c;
-        uint16_t d;
-        int32_t e;
-        uint32_t f;
-        int64_t g;
-        uint64_t h;
-        float i;
-        double j;
-        std::complex<double> k;
-        char l;
-        bool m;
+        int8_t a{};
+        uint8_t b{};
+        int16_t c{};
+        uint16_t d{};
+        int32_t e{};
+        uint32_t f{};
+        int64_t g{};
+        uint64_t h{};
+        float i{};
+        double j{};
+        std::complex<double> k{};
+        char l{};
+        bool m{};
         EXPECT_EQ(st.pop(a), 0);
         EXPECT_EQ(st.pop(b), 0);
         EXPECT_EQ(st.pop(c), 0);
@@ -289,7 +320,7 @@ TEST(ZBufferStorePush, PushAfterSetPosBackwardsCutsOff) {
     EXPECT_EQ(st.getPos(), 6u);
     st.setPos(0);
     uint32_t a;
-    uint16_t b;
+    uint16_t b{};
     EXPECT_EQ(st.pop(a), 0);
     EXPECT_EQ(st.pop(b), 0);
     EXPECT_EQ(a, 1u);
@@ -577,5 +608,62 @@ TEST(ZBufferStoreHex, BadTextIsRefusedAndChangesNothing) {
         EXPECT_EQ(st.setHexString(bad), 1) << bad;
         EXPECT_EQ(S(st.getHexString()), "0102") << bad;
         EXPECT_EQ(st.getPos(), 1u) << bad;
+    }
+}
+
+TEST(ZBufferStorePop, RandomBytesNeverReadOutOfBounds) {
+    uint32_t seed = 12345;
+    auto rnd = [&seed]() {
+        seed = seed * 1103515245u + 12345u;
+        return seed >> 8;
+    };
+    for (int round = 0; round < 2000; round++) {
+        uint32_t n = rnd() % 64;
+        std::vector<uint8_t> raw(n);
+        for (auto& b : raw)
+            b = uint8_t(rnd());
+        ZBufferStore st(0, int(rnd() & 1));
+        st.setData(raw.data(), n);
+        st.setPos(0);
+        for (int k = 0; k < 20; k++) {
+            uint32_t before = st.getPos();
+            int r = 0;
+            switch (rnd() % 6) {
+            case 0: {
+                ZString s;
+                r = st.pop(s);
+                break;
+            }
+            case 1: {
+                ZError e;
+                r = st.pop(e);
+                break;
+            }
+            case 2: {
+                ZTimeStamp t;
+                r = st.pop(t);
+                break;
+            }
+            case 3: {
+                uint64_t v;
+                r = st.pop(v);
+                break;
+            }
+            case 4: {
+                uint8_t buf[16];
+                r = st.pop(rnd() % 17, buf, "24");
+                break;
+            }
+            default: {
+                uint16_t v;
+                r = st.pop(v);
+                break;
+            }
+            }
+            if (r) {
+                ASSERT_EQ(st.getPos(), before);
+            }
+            ASSERT_LE(st.getPos(), st.size());
+        }
     }
 }
