@@ -1,5 +1,5 @@
 // ZBufferStore push/pop of a typical record beside the same work done with a
-// std::vector<uint8_t> and memcpy (spec Part 1.5). Goal: within 1.5x of the std version.
+// std::vector<uint8_t> and memcpy. Goal: within 1.5x of the std version.
 //
 // Record: a u32, two u16, a double, a ZTimeStamp (11 bytes) and 64 raw bytes with format "4"
 // (91 bytes). Each iteration writes kRecords records from position 0, then reads them back.

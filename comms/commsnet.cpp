@@ -139,7 +139,7 @@ ZError CommsNet::wait(unsigned int, unsigned int timeoutUs, unsigned int count) 
             return notConnected();
         if (readAvailable() >= count)
             return ZError();
-        //setLowWater(count);
+        setLowWater(count);
         // The first poll gets the whole time-out; a repeated one what is left of it.
         int64_t leftUs = forever ? -1 : int64_t(timeoutUs);
         if (!forever && !first) {
@@ -164,7 +164,7 @@ ZError CommsNet::wait(unsigned int, unsigned int timeoutUs, unsigned int count) 
         // Readable below the low-water mark (the kernel caps it at half the
         // receive buffer): pause briefly rather than spin on poll.
         if (readAvailable() < count)
-            ;
+            delayUs(200);
     }
 }
 

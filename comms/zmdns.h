@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// One unit found on the local network (Part 2.4): its IPv4 address and port,
+// One unit found on the local network: its IPv4 address and port,
 // its host name from the SRV record ("host.local.") and its TXT strings in
 // arrival order.
 struct ZMdnsService {
@@ -30,7 +30,7 @@ struct ZMdnsPacket {
 // RFC 1035 name). Any other result is the number of bytes consumed.
 const int MdnsMalformed = -1;
 
-// One step of a name at `position` (Part 2.4, quirks kept): a compression
+// One step of a name at `position` (quirks kept): a compression
 // pointer yields the single label found at its target and consumes 2 bytes
 // (the rest of the name the target leads on to is not followed); a label of
 // length n yields that label and consumes n + 1; a zero byte yields nothing
@@ -51,7 +51,7 @@ int mdns_read_strings(const ZMdnsPacket& packet, unsigned int position, ZString&
 const int MdnsMaxPointerHops = 127;
 int mdns_read_name(const ZMdnsPacket& packet, unsigned int position, ZString& out);
 
-// The query of Part 2.4: a PTR question for "_tavro._tcp.local." with class
+// The discovery query: a PTR question for "_tavro._tcp.local." with class
 // 0x8001 (unicast reply asked for). Writes MdnsQuerySize bytes.
 const unsigned int MdnsQuerySize = 35;
 void mdnsBuildQuery(uint16_t id, unsigned char out[MdnsQuerySize]);
@@ -63,8 +63,8 @@ enum class ZMdnsReply {
     Malformed, // a count, label, pointer or record runs past the datagram's end
 };
 
-// Parses one datagram as a reply to the query with `id` for `service`
-// (Part 2.4 steps 3 to 6). Reads nothing outside data[0, size). Only an
+// Parses one datagram as a reply to the query with `id` for `service`.
+// Reads nothing outside data[0, size). Only an
 // Accepted reply leaves a meaningful `out`. Records of type A, SRV and TXT in
 // the answer section (as standard responders such as avahi send them to a
 // legacy unicast query) are used like those of the additional section, with

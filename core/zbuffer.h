@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
-// Copies n bytes from src to dst (spec Part 1.5). With swap 0 a plain copy. Otherwise format
+// Copies n bytes from src to dst. With swap 0 a plain copy. Otherwise format
 // tells the element sizes: a single character "2", "4" or "8" reverses every 2-, 4- or 8-byte
 // element across the n bytes, any other single character (as "1") copies plainly; a longer
 // format describes one record, each character the size of the next element ("2", "4", "8"

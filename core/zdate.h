@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-// A calendar day in UTC (spec Part 1.2): the full year and the day of the year from 0.
+// A calendar day in UTC: the full year and the day of the year from 0.
 // The fields are named oyear/oyday because year() and yday() are the accessors.
 class ZDate {
 public:

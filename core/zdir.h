@@ -15,7 +15,7 @@ struct ZDirEntry {
     ino_t inode = 0;
 };
 
-// A directory listing (Part 1.6): scandir, optionally filtered by a shell
+// A directory listing: scandir, optionally filtered by a shell
 // wildcard (ZString::compareWild) and sorted with alphasort when the sort
 // mode is 1 (otherwise the system's order). "." and ".." are kept when they
 // match.

@@ -228,7 +228,7 @@ ZError zcopyFile(const ZString& from, const ZString& to) {
     return ZError();
 }
 
-// Follows Part 1.6 literally: every entry but "." and ".." goes through
+// Deliberately literal: every entry but "." and ".." goes through
 // zcopyFile. A subdirectory is not descended into; since fopen "r" of a
 // directory succeeds on Linux and its first read fails (EISDIR), it becomes an
 // empty file of the same name at the destination.

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 
-// A buffered standard-library stream with ZError reporting (Part 1.6).
+// A buffered standard-library stream with ZError reporting.
 // Failures of system calls come back as the negated errno with the system's
 // text. The destructor closes the stream. Not copyable; movable.
 class ZFile {

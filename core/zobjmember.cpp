@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-// The forms follow Part 1.4 to the letter, including what looks like
+// The forms are kept to the letter, including what looks like
 // mistakes and is kept on purpose:
 //  - the ", " separator is counted by table entries, not by written members;
 //  - uint64 is written with "%lud" in the text form (the number, then a

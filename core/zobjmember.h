@@ -9,13 +9,13 @@
 
 #include <cstdint>
 
-// Self-describing records and their text and JSON forms (spec Part 1.4).
+// Self-describing records and their text and JSON forms.
 //
 // A record publishes a static table of ZObjMember descriptors ended by an
 // entry whose name is null. toZString / toZStringJson walk such a table over
 // the record's memory; toZDictStringFromJson reads a flat JSON object back
 // into key/value texts. The quirks of the forms are deliberate and kept (see
-// the Algorithms of Part 1.4 and zobjmember.cpp).
+// zobjmember.cpp).
 
 // Type codes of ZObjMember::type.
 namespace ZObjType {
@@ -153,7 +153,7 @@ ZString toZString(const ZString& name, const T* value) = delete;
 
 // ------------------------------------------------------------ reading JSON
 
-// A flat, forgiving reader (Part 1.4 "Reading JSON"): strips "{} \t" off both
+// A flat, forgiving reader: strips "{} \t" off both
 // ends, then repeatedly pulls a key up to ":" and a value up to "," (an array
 // value "[...]" is kept with its brackets, and the token after it up to the
 // next "," is discarded, which loses the member that follows an array).

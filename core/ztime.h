@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-// Points in time, all in UTC (spec Part 1.2).
+// Points in time, all in UTC.
 //
 // ZTime   - unsigned 32-bit seconds since 1970-01-01 00:00:00 UTC (4 bytes, its memory image
 //           is its wire image).
@@ -34,7 +34,7 @@ public:
 
     void clear() { seconds = 0; }
     void set(uint32_t secs) { seconds = secs; }
-    // Spec formula in unsigned 32-bit arithmetic; meaningful for 1970 to 2106.
+    // Day-count formula in unsigned 32-bit arithmetic; meaningful for 1970 to 2106.
     void set(int year, int month, int day, int hour, int minute, int second);
     // yday from 0.
     void setYearDay(int year, int yday, int hour, int minute, int second);

@@ -25,7 +25,7 @@ public:
     uint16_t omilliSecond; // 0 to 999
 };
 
-// A broken-down UTC date and time with microseconds (spec Part 1.2). Month and day of the
+// A broken-down UTC date and time with microseconds. Month and day of the
 // month are not stored; they are computed from the day of the year (from 0). The fields are
 // named o* because year(), hour() ... are the accessors.
 // Serialised form (ZBufferStore): year 16, yday 16, hour 8, minute 8, second 8,

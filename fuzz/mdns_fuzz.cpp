@@ -1,4 +1,4 @@
-// libFuzzer target: arbitrary bytes as a received mDNS datagram (Part 2.4).
+// libFuzzer target: arbitrary bytes as a received mDNS datagram.
 //   cmake -S . -B build-fuzz -DTAVRO_FUZZ=ON -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
 //   cmake --build build-fuzz --target mdns_fuzz
 //   build-fuzz/fuzz/mdns_fuzz -max_total_time=600 new-corpus fuzz/corpus/mdns

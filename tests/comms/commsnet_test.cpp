@@ -207,7 +207,7 @@ TEST_F(Connected, PartialRecordTimesOutWithoutSpinning) {
     EXPECT_EQ(e.string, "Timeout");
     EXPECT_GE(elapsed, 0.099);
     EXPECT_LT(elapsed, 1.0);
-    EXPECT_LT(threadCpuSeconds() - cpu0, 0.03);
+    EXPECT_LT(threadCpuSeconds() - cpu0, 0.01); // a spinning wait burns most of the 100 ms
 
     // The rest arriving later completes the wait.
     std::thread writer([&] {

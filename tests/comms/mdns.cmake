@@ -1,4 +1,4 @@
-# mDNS discovery (Part 2.4): tests beyond the pure parser tests of zmdns_test.cpp.
+# mDNS discovery: tests beyond the pure parser tests of zmdns_test.cpp.
 
 # Real sockets inside a private network namespace of the test process (root,
 # or unprivileged user namespaces): a scripted responder and a real

@@ -76,7 +76,7 @@ struct Unit {
     std::vector<std::string> texts = {"serial=0042"};
 };
 
-// A reply as a unit sends it (Part 2.4): the question echoed, the PTR record
+// A reply as a unit sends it: the question echoed, the PTR record
 // in the answers, SRV, TXT and A in the additional records. Record names are
 // compression pointers; the SRV target is written as full labels.
 inline std::vector<uint8_t> unitReply(unsigned id, const Unit& u = Unit(), unsigned flags = 0x8400,

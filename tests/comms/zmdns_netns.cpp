@@ -1,4 +1,4 @@
-// mDNS discovery (Part 2.4) over real sockets, inside a private network
+// mDNS discovery over real sockets, inside a private network
 // namespace of this test process: against a responder of the test's own that
 // answers as a unit does, and against a real avahi-daemon.
 //

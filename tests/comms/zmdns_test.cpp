@@ -1,4 +1,4 @@
-// mDNS reply parsing (Part 2.4) on hand-built datagrams: no network.
+// mDNS reply parsing on hand-built datagrams: no network.
 #include "comms/mdns_builder.h"
 #include "zmdns.h"
 

@@ -1,4 +1,4 @@
-// Tests of Part 1.5: ZBuffer, ZBufferStore, bswap_copy.
+// Tests of ZBuffer, ZBufferStore, bswap_copy.
 #include "zbuffer.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Tests of Part 1.2: ZTime, ZTimeUs, ZDate, ZTimeStamp, ZTimeStampMs.
+// Tests of ZTime, ZTimeUs, ZDate, ZTimeStamp, ZTimeStampMs.
 #include "zdate.h"
 #include "ztime.h"
 #include "ztimestamp.h"

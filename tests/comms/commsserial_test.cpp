@@ -1,0 +1,181 @@
+#include "commsserial.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+using TavroApi::CommsSerial;
+
+namespace {
+
+typedef std::chrono::steady_clock Clock;
+
+double secondsSince(Clock::time_point t0) {
+    return std::chrono::duration<double>(Clock::now() - t0).count();
+}
+
+// A real pseudo-terminal pair: the transport opens the slave by its path and
+// the test plays the unit on the master side.
+struct SerialPair : ::testing::Test {
+    int master = -1;
+    int slave = -1;
+    std::string path;
+    CommsSerial serial;
+
+    void SetUp() override {
+        char name[256];
+        ASSERT_EQ(openpty(&master, &slave, name, nullptr, nullptr), 0);
+        path = name;
+    }
+    void TearDown() override {
+        serial.disconnect();
+        if (master >= 0)
+            close(master);
+        close(slave);
+    }
+
+    void unitSends(const std::string& s) {
+        ASSERT_EQ(write(master, s.data(), s.size()), ssize_t(s.size()));
+    }
+    std::string unitReceives(size_t n) {
+        std::string s;
+        while (s.size() < n) {
+            pollfd p = {master, POLLIN, 0};
+            if (poll(&p, 1, 2000) != 1)
+                break;
+            char buf[256];
+            ssize_t r = read(master, buf, std::min(sizeof(buf), n - s.size()));
+            if (r <= 0)
+                break;
+            s.append(buf, size_t(r));
+        }
+        return s;
+    }
+};
+
+} // namespace
+
+TEST_F(SerialPair, ConnectSetsRaw115200EightNOne) {
+    ZError e = serial.connect(path.c_str());
+    ASSERT_FALSE(e) << e.string;
+    EXPECT_TRUE(serial.isConnected());
+    EXPECT_EQ(serial.name(), path.c_str());
+
+    termios t;
+    ASSERT_EQ(tcgetattr(slave, &t), 0);
+    EXPECT_EQ(t.c_iflag, tcflag_t(IGNPAR));
+    EXPECT_EQ(t.c_oflag, tcflag_t(0));
+    EXPECT_EQ(t.c_cflag, tcflag_t(B115200 | CS8 | CREAD | CLOCAL));
+    EXPECT_EQ(t.c_lflag, tcflag_t(0));
+    EXPECT_EQ(t.c_cc[VTIME], 4);
+    EXPECT_EQ(t.c_cc[VMIN], 1);
+    EXPECT_EQ(cfgetospeed(&t), speed_t(B115200));
+    EXPECT_EQ(cfgetispeed(&t), speed_t(B115200));
+
+    // Blocking mode on the transport's own descriptor.
+    EXPECT_EQ(fcntl(serial.fd(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST_F(SerialPair, InputPendingBeforeConnectIsDiscarded) {
+    // Put the slave in raw mode first so the bytes sit in its input queue.
+    termios t;
+    tcgetattr(slave, &t);
+    cfmakeraw(&t);
+    tcsetattr(slave, TCSANOW, &t);
+    unitSends("stale bytes");
+    pollfd p = {slave, POLLIN, 0};
+    ASSERT_EQ(poll(&p, 1, 2000), 1);
+
+    ASSERT_FALSE(serial.connect(path));
+    EXPECT_EQ(serial.readAvailable(), 0u);
+    unitSends("fresh");
+    char buf[5];
+    unsigned int got = 0;
+    EXPECT_FALSE(serial.read(buf, 5, got));
+    EXPECT_EQ(std::string(buf, got), "fresh");
+}
+
+TEST_F(SerialPair, ReadGathersAcrossSeveralWritesAndZeroLengthSucceeds) {
+    ASSERT_FALSE(serial.connect(path));
+    unsigned int got = 7;
+    char buf[16];
+    EXPECT_FALSE(serial.read(buf, 0, got));
+    EXPECT_EQ(got, 0u);
+
+    std::thread unit([&] {
+        for (const char* piece : {"ZU", "\x10\x00", "abc", "defgh"}) {
+            unitSends(std::string(piece, piece[0] == 0x10 ? 2 : strlen(piece)));
+            usleep(10000);
+        }
+    });
+    EXPECT_FALSE(serial.read(buf, 12, got));
+    unit.join();
+    EXPECT_EQ(got, 12u);
+    EXPECT_EQ(std::string(buf, got), std::string("ZU\x10\x00" "abcdefgh", 12));
+}
+
+TEST_F(SerialPair, WriteAndWait) {
+    ASSERT_FALSE(serial.connect(path));
+    unsigned int written = 0;
+    EXPECT_FALSE(serial.write("\x01\x02\n\r", 4, written));
+    EXPECT_EQ(written, 4u);
+    EXPECT_EQ(unitReceives(4), "\x01\x02\n\r"); // no output processing
+
+    auto t0 = Clock::now();
+    ZError e = serial.wait(2, 20000, 100);
+    EXPECT_EQ(e.number, -110);
+    EXPECT_EQ(e.string, "Timeout");
+    EXPECT_GE(secondsSince(t0), 0.019);
+
+    unitSends("x");
+    EXPECT_FALSE(serial.wait(2, 2000000, 100)); // the count is not looked at
+    EXPECT_EQ(serial.readAvailable(), 1u);
+}
+
+TEST_F(SerialPair, UnitGoneIsAPollErrorAndAReadError) {
+    ASSERT_FALSE(serial.connect(path));
+    close(master);
+    master = -1;
+    ZError e = serial.wait(2, 1000000, 1);
+    EXPECT_EQ(e.number, 1);
+    EXPECT_EQ(e.string, "Poll error");
+    char c;
+    unsigned int got = 0;
+    e = serial.read(&c, 1, got);
+    EXPECT_EQ(e.number, 1);
+    EXPECT_EQ(e.string.subString(0, 12), "Read error: ");
+    EXPECT_GT(e.string.len(), 12);
+}
+
+TEST(CommsSerial, FailuresWhenNotConnected) {
+    CommsSerial serial;
+    ZError e = serial.connect("/nonexistent/tty");
+    EXPECT_EQ(e.number, 1);
+    EXPECT_EQ(e.string, "Unable to open serial port");
+    EXPECT_FALSE(serial.isConnected());
+    EXPECT_EQ(serial.readAvailable(), 0u);
+
+    char c;
+    unsigned int n = 5;
+    e = serial.read(&c, 1, n);
+    EXPECT_EQ(e.string, "Read error: not connected");
+    EXPECT_EQ(e.number, 1);
+    EXPECT_EQ(n, 0u);
+    e = serial.write("x", 1, n);
+    EXPECT_EQ(e.string, "Write error: not connected");
+    EXPECT_EQ(e.number, 1);
+    e = serial.wait(2, 1000, 1);
+    EXPECT_EQ(e.string, "Not connected");
+    EXPECT_EQ(e.number, 1);
+    EXPECT_FALSE(serial.disconnect());
+    EXPECT_FALSE(serial.disconnect());
+    EXPECT_EQ(serial.setPacketMode(true).number, 5);
+}
