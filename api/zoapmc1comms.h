@@ -70,13 +70,13 @@ static_assert(sizeof(ZoapMc1ErrorRecord) == 40, "Zoap error record is 40 bytes")
 // construction error and nothing is ever read into the buffers.
 class ZoapMc1Comms {
 public:
-    static const uint16_t Magic = 0x555A;
-    static const uint16_t ReplyBit = 0x8000;
-    static const unsigned int HeaderSize = sizeof(ZoapMc1Header);
-    static const unsigned int ErrorRecordSize = sizeof(ZoapMc1ErrorRecord);
-    static const unsigned int ErrorTextMax = 32;
-    static const unsigned int MinPacket = 32;
-    static const unsigned int DefaultTimeout = 2000000;
+    static constexpr uint16_t Magic = 0x555A;
+    static constexpr uint16_t ReplyBit = 0x8000;
+    static constexpr unsigned int HeaderSize = sizeof(ZoapMc1Header);
+    static constexpr unsigned int ErrorRecordSize = sizeof(ZoapMc1ErrorRecord);
+    static constexpr unsigned int ErrorTextMax = 32;
+    static constexpr unsigned int MinPacket = 32;
+    static constexpr unsigned int DefaultTimeout = 2000000;
 
     ZoapMc1Comms(bool threaded, unsigned int maxPacket);
     virtual ~ZoapMc1Comms();

@@ -7,7 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
-#include <climits>
+#include <algorithm>
 #include <cstring>
 
 namespace TavroApi {
@@ -37,14 +37,13 @@ public:
     bool ok;
 };
 
-CommsNet::CommsNet(unsigned int, unsigned int) : owaiting(0), oclosing(false), olowWater(1) {}
+CommsNet::CommsNet(unsigned int, unsigned int) : owaiting(0), oclosing(false) {}
 
 CommsNet::~CommsNet() {
     disconnect();
 }
 
 ZError CommsNet::init() {
-    olowWater = 1;
     return osocket.init(ZSocket::Stream);
 }
 
@@ -66,6 +65,7 @@ ZError CommsNet::connect(const ZString& host, unsigned short port) {
         osocket.close();
         return err;
     }
+    ocarry.clear();
     oclosing = false;
     return ZComms::connect(nullptr);
 }
@@ -97,7 +97,27 @@ ZError CommsNet::writeChunks(const ZDataChunk* chunks, unsigned int n, unsigned 
 }
 
 unsigned int CommsNet::readAvailable() {
-    return osocket.recvAvailable();
+    return unsigned(ocarry.size()) + osocket.recvAvailable();
+}
+
+unsigned int CommsNet::takeCarry(void* data, unsigned int n) {
+    unsigned int k = std::min(n, unsigned(ocarry.size()));
+    memcpy(data, ocarry.data(), k);
+    ocarry.erase(ocarry.begin(), ocarry.begin() + k);
+    return k;
+}
+
+// Moves what the kernel holds (less than the wait needs) into the carry buffer.
+void CommsNet::pullIntoCarry(unsigned int count) {
+    unsigned int queued = osocket.recvAvailable();
+    unsigned int want = count - unsigned(ocarry.size());
+    if (queued == 0 || want == 0)
+        return;
+    size_t at = ocarry.size();
+    ocarry.resize(at + std::min(queued, want));
+    unsigned int got = 0;
+    osocket.recv(ocarry.data() + at, unsigned(ocarry.size() - at), got, MSG_DONTWAIT);
+    ocarry.resize(at + got);
 }
 
 ZError CommsNet::read(void* data, unsigned int n, unsigned int& got) {
@@ -111,17 +131,17 @@ ZError CommsNet::read(void* data, unsigned int n, unsigned int& got) {
     // recv of 0 bytes would read as an orderly close.
     if (n == 0)
         return ZError();
-    return osocket.recv(data, n, got, 0);
-}
-
-// poll reports a TCP socket readable only once SO_RCVLOWAT bytes are queued
-// (or at end of stream), so waiting for the rest of a partly arrived record
-// sleeps in the kernel instead of spinning. Set only before a poll, and only
-// when the count changes.
-void CommsNet::setLowWater(unsigned int count) {
-    int lowWater = count == 0 ? 1 : (count > INT_MAX ? INT_MAX : int(count));
-    if (olowWater.exchange(lowWater) != lowWater)
-        osocket.setSockOpt(SOL_SOCKET, SO_RCVLOWAT, &lowWater, sizeof(lowWater));
+    if (ocarry.empty())
+        return osocket.recv(data, n, got, 0);
+    // Carried bytes first, then what the kernel has without waiting; an end
+    // of stream or an error behind them shows at the next read.
+    got = takeCarry(data, n);
+    if (got < n && osocket.recvAvailable() > 0) {
+        unsigned int more = 0;
+        if (!osocket.recv(static_cast<char*>(data) + got, n - got, more, MSG_DONTWAIT))
+            got += more;
+    }
+    return ZError();
 }
 
 ZError CommsNet::wait(unsigned int, unsigned int timeoutUs, unsigned int count) {
@@ -139,7 +159,6 @@ ZError CommsNet::wait(unsigned int, unsigned int timeoutUs, unsigned int count) 
             return notConnected();
         if (readAvailable() >= count)
             return ZError();
-        setLowWater(count);
         // The first poll gets the whole time-out; a repeated one what is left of it.
         int64_t leftUs = forever ? -1 : int64_t(timeoutUs);
         if (!forever && !first) {
@@ -158,13 +177,13 @@ ZError CommsNet::wait(unsigned int, unsigned int timeoutUs, unsigned int count) 
             return err;
         if (events & (POLLERR | POLLHUP | POLLNVAL))
             return ZError(1, ZString("Poll error: ") + strerror(errno));
-        // End of stream: recv reports what is left, then the close.
+        // End of stream: read hands out what is left, then reports the close.
         if (events & POLLRDHUP)
             return ZError();
-        // Readable below the low-water mark (the kernel caps it at half the
-        // receive buffer): pause briefly rather than spin on poll.
+        // Readable, but maybe still short of count: take the queued bytes so
+        // that the kernel accepts more and the next poll sleeps until it has.
         if (readAvailable() < count)
-            delayUs(200);
+            pullIntoCarry(count);
     }
 }
 

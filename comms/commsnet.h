@@ -5,6 +5,7 @@
 #include "zsocket.h"
 
 #include <atomic>
+#include <vector>
 
 namespace TavroApi {
 
@@ -15,6 +16,13 @@ namespace TavroApi {
 // with "Not connected", and disconnect() keeps the socket open until no call
 // is using it any more (`waiting` counts them), so no call ever touches a
 // closed or reused descriptor.
+//
+// Waiting for count bytes leaves the bytes in the kernel as long as it keeps
+// accepting more. When it stops short of count (its receive window is spent:
+// on loopback, where a segment may be 64 KB, that can happen with a few
+// hundred bytes queued, and the sender then waits for us to read), wait()
+// moves what is queued into a carry buffer so that the window reopens.
+// readAvailable() and read() count and hand out the carried bytes first.
 class CommsNet : public ZComms {
 public:
     static const unsigned short UnitPort = 40358;
@@ -48,12 +56,15 @@ public:
 
 private:
     class Use;
-    void setLowWater(unsigned int count);
+    void pullIntoCarry(unsigned int count);
+    unsigned int takeCarry(void* data, unsigned int n);
 
     ZSocket osocket;
     std::atomic<int> owaiting;
     std::atomic<bool> oclosing;
-    std::atomic<int> olowWater;
+    // Bytes taken from the kernel by wait() and not read yet; the reading
+    // thread alone touches them.
+    std::vector<char> ocarry;
 };
 
 } // namespace TavroApi

@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <cstring>
+#include <vector>
 
 namespace TavroApi {
 
@@ -215,6 +216,27 @@ ZError CommsUsb::write(const void* data, unsigned int n, unsigned int& written) 
     if (r < 0)
         return ZError(1, "CommsUsb::write: write error");
     return ZError();
+}
+
+ZError CommsUsb::writeChunks(const ZDataChunk* chunks, unsigned int n, unsigned int& written) {
+    written = 0;
+    if (n == 0)
+        return ZError();
+    if (n == 1)
+        return write(chunks[0].data, chunks[0].length, written);
+    size_t total = 0;
+    for (unsigned int i = 0; i < n; i++)
+        total += chunks[i].length;
+    if (total > size_t(INT_MAX))
+        return ZError(1, "CommsUsb::write: write error");
+    std::vector<unsigned char> packet(total);
+    size_t at = 0;
+    for (unsigned int i = 0; i < n; i++) {
+        if (chunks[i].length)
+            memcpy(packet.data() + at, chunks[i].data, chunks[i].length);
+        at += chunks[i].length;
+    }
+    return write(packet.data(), unsigned(total), written);
 }
 
 unsigned int CommsUsb::readAvailable() {

@@ -17,7 +17,7 @@ namespace TavroApi {
 // A Tavro unit on the USB bus (vendor 0x0483, product 0xA2E0), found by its
 // serial-number string. Input arrives in large bulk transfers on endpoint
 // 0x81 into one receive buffer and is handed out by copying; output is one
-// bulk transfer per write on endpoint 0x01.
+// bulk transfer per write (or per gathered packet) on endpoint 0x01.
 //
 // Each connection owns its own libusb context: connect() creates it and every
 // failing path of connect() frees it again; disconnect() (and so the
@@ -28,21 +28,27 @@ namespace TavroApi {
 // sender); connect and disconnect must not race with either.
 class CommsUsb : public ZComms {
 public:
-    static const uint16_t VendorId = 0x0483;
-    static const uint16_t ProductId = 0xA2E0;
-    static const unsigned int RxBufferSize = 102400;
-    static const unsigned int ChunkAlign = 512;
+    static constexpr uint16_t VendorId = 0x0483;
+    static constexpr uint16_t ProductId = 0xA2E0;
+    static constexpr unsigned int RxBufferSize = 102400;
+    static constexpr unsigned int ChunkAlign = 512;
 
     CommsUsb();
     ~CommsUsb() override;
 
-    // Opens the unit whose serial-number string is exactly `serial`.
+    // Opens the first unit whose serial-number string is exactly `serial`.
+    // The string is read as ASCII into 64 bytes: a unit's serial longer than
+    // 63 characters is compared by its first 63.
     ZError connect(const char* serial) override;
     ZError connect(const ZString& serial) { return connect(serial.retStr()); }
     ZError disconnect() override;
 
-    // One bulk OUT transfer of the n bytes; no time-out.
+    // One bulk OUT transfer of the n bytes; no time-out. `written` says what
+    // went out, also when the transfer failed part way.
     ZError write(const void* data, unsigned int n, unsigned int& written) override;
+    // A bulk transfer must carry a whole packet: the chunks are joined and go
+    // out as one transfer, never one transfer per chunk.
+    ZError writeChunks(const ZDataChunk* chunks, unsigned int n, unsigned int& written) override;
     // Bytes waiting in the receive buffer.
     unsigned int readAvailable() override;
     // Copies out up to n bytes, first waiting (default time-out) until n bytes

@@ -225,6 +225,50 @@ TEST_F(Connected, PartialRecordTimesOutWithoutSpinning) {
     EXPECT_FALSE(net.wait(2, 2000000, 1));
 }
 
+TEST(CommsNet, ReadLargerThanTheReceiveBufferCompletes) {
+    // The kernel can never queue all 200000 bytes behind a 4 KB receive
+    // buffer: the wait has to take bytes out for the sender to go on.
+    int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a;
+    memset(&a, 0, sizeof(a));
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&a), sizeof(a)), 0);
+    ASSERT_EQ(listen(listener, 5), 0);
+    socklen_t len = sizeof(a);
+    getsockname(listener, reinterpret_cast<sockaddr*>(&a), &len);
+
+    CommsNet net(1024, 1024);
+    ASSERT_FALSE(net.init());
+    int small = 4096;
+    ASSERT_FALSE(net.socket().setSockOpt(SOL_SOCKET, SO_RCVBUF, &small, sizeof(small)));
+    ASSERT_FALSE(net.connect("127.0.0.1", ntohs(a.sin_port)));
+    int peer = accept(listener, nullptr, nullptr);
+    ASSERT_GE(peer, 0);
+
+    std::string data(200000, 0);
+    for (size_t i = 0; i < data.size(); i++)
+        data[i] = char(i * 7 + i / 251);
+    std::thread sender([&] {
+        EXPECT_EQ(send(peer, data.data(), data.size(), MSG_NOSIGNAL), ssize_t(data.size()));
+        EXPECT_EQ(send(peer, "next", 4, MSG_NOSIGNAL), 4);
+    });
+    net.setTimeout(5000000);
+    std::string got(data.size(), 0);
+    unsigned int n = 0;
+    ZError e = net.read(&got[0], unsigned(got.size()), n);
+    EXPECT_FALSE(e) << e.string;
+    EXPECT_EQ(n, data.size());
+    EXPECT_TRUE(got == data);
+    sender.join();
+    char tail[4];
+    EXPECT_FALSE(net.read(tail, 4, n));
+    EXPECT_EQ(std::string(tail, n), "next");
+    net.disconnect();
+    close(peer);
+    close(listener);
+}
+
 TEST_F(Connected, DisconnectFromAnotherThreadEndsAWaitPromptly) {
     ZError waitResult;
     double waited = 0;

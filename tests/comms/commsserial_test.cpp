@@ -94,7 +94,7 @@ TEST_F(SerialPair, InputPendingBeforeConnectIsDiscarded) {
     pollfd p = {slave, POLLIN, 0};
     ASSERT_EQ(poll(&p, 1, 2000), 1);
 
-    ASSERT_FALSE(serial.connect(path));
+    ASSERT_FALSE(serial.connect(ZString(path.c_str())));
     EXPECT_EQ(serial.readAvailable(), 0u);
     unitSends("fresh");
     char buf[5];
@@ -104,15 +104,16 @@ TEST_F(SerialPair, InputPendingBeforeConnectIsDiscarded) {
 }
 
 TEST_F(SerialPair, ReadGathersAcrossSeveralWritesAndZeroLengthSucceeds) {
-    ASSERT_FALSE(serial.connect(path));
+    ASSERT_FALSE(serial.connect(ZString(path.c_str())));
     unsigned int got = 7;
     char buf[16];
     EXPECT_FALSE(serial.read(buf, 0, got));
     EXPECT_EQ(got, 0u);
 
     std::thread unit([&] {
-        for (const char* piece : {"ZU", "\x10\x00", "abc", "defgh"}) {
-            unitSends(std::string(piece, piece[0] == 0x10 ? 2 : strlen(piece)));
+        const std::string pieces[] = {"ZU", std::string("\x10\x00", 2), "abc", "defgh"};
+        for (const std::string& piece : pieces) {
+            unitSends(piece);
             usleep(10000);
         }
     });
@@ -123,7 +124,7 @@ TEST_F(SerialPair, ReadGathersAcrossSeveralWritesAndZeroLengthSucceeds) {
 }
 
 TEST_F(SerialPair, WriteAndWait) {
-    ASSERT_FALSE(serial.connect(path));
+    ASSERT_FALSE(serial.connect(ZString(path.c_str())));
     unsigned int written = 0;
     EXPECT_FALSE(serial.write("\x01\x02\n\r", 4, written));
     EXPECT_EQ(written, 4u);
@@ -141,7 +142,7 @@ TEST_F(SerialPair, WriteAndWait) {
 }
 
 TEST_F(SerialPair, UnitGoneIsAPollErrorAndAReadError) {
-    ASSERT_FALSE(serial.connect(path));
+    ASSERT_FALSE(serial.connect(ZString(path.c_str())));
     close(master);
     master = -1;
     ZError e = serial.wait(2, 1000000, 1);

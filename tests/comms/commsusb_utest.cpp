@@ -236,6 +236,19 @@ TEST_F(CommsUsbDevice, WriteSendsExactBytesOnEndpoint1) {
     EXPECT_EQ(outs[0].data, small);
     EXPECT_EQ(outs[1].data, big); // one transfer, not split
     EXPECT_TRUE(unit.inRequests().empty());
+
+    // A gathered packet (header chunk + payload chunks) leaves as one transfer.
+    Bytes header = pattern(16, 5), body = pattern(40, 6);
+    ZDataChunk chunks[] = {{header.data(), 16}, {nullptr, 0}, {body.data(), 40}};
+    ASSERT_FALSE(usb->writeChunks(chunks, 3, written));
+    EXPECT_EQ(written, 56u);
+    outs = unit.outTransfers();
+    ASSERT_EQ(outs.size(), 4u);
+    Bytes joined = header;
+    joined.insert(joined.end(), body.begin(), body.end());
+    EXPECT_EQ(outs[3].data, joined);
+    ASSERT_FALSE(usb->writeChunks(chunks, 0, written));
+    EXPECT_EQ(written, 0u);
 }
 
 TEST_F(CommsUsbDevice, ReadsInBlocksOf512AndKeepsPartialDataOnTimeout) {
