@@ -4,9 +4,10 @@
 //
 // Every CommsNet read asks the kernel how much is queued (FIONREAD) before
 // its recv, and the framing's wait asks once more, so a record costs at least
-// five system calls (3 x FIONREAD + 2 x recv), plus a poll and a low-water
-// setsockopt whenever the reader has caught up with the sender. The plain
-// per-record loop needs two recvs; the bulk loop one recv per 64 KB.
+// five system calls (3 x FIONREAD + 2 x recv), plus a poll (and a recv into
+// the carry buffer for a record that came in part) whenever the reader has
+// caught up with the sender. The plain per-record loop needs two recvs; the
+// buffered loop one recv per 64 KB.
 #include "commsnet.h"
 
 #include <benchmark/benchmark.h>

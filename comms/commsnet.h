@@ -17,12 +17,12 @@ namespace TavroApi {
 // is using it any more (`waiting` counts them), so no call ever touches a
 // closed or reused descriptor.
 //
-// Waiting for count bytes leaves the bytes in the kernel as long as it keeps
-// accepting more. When it stops short of count (its receive window is spent:
-// on loopback, where a segment may be 64 KB, that can happen with a few
-// hundred bytes queued, and the sender then waits for us to read), wait()
-// moves what is queued into a carry buffer so that the window reopens.
-// readAvailable() and read() count and hand out the carried bytes first.
+// Waiting for count bytes leaves them in the kernel while it keeps taking in
+// more. It may stop short of count until the application reads (TCP flow
+// control: on loopback, with 64 KB segments, the sender was seen holding back
+// with a few hundred bytes queued here); then wait() moves the queued bytes
+// into a carry buffer, which lets the connection go on. readAvailable() and
+// read() count and hand out carried bytes first.
 class CommsNet : public ZComms {
 public:
     static const unsigned short UnitPort = 40358;
@@ -44,7 +44,8 @@ public:
     // One gathered send of all chunks.
     ZError writeChunks(const ZDataChunk* chunks, unsigned int n, unsigned int& written) override;
     unsigned int readAvailable() override;
-    // Waits for n bytes (default time-out), then one recv of up to n bytes.
+    // Waits for n bytes (default time-out), then hands out up to n bytes:
+    // carried ones first, otherwise one recv.
     ZError read(void* data, unsigned int n, unsigned int& got) override;
     // Until count bytes can be read: success; the time-out: -110 "Timeout";
     // an error or hang-up on the socket: 1 "Poll error: ...". When the peer

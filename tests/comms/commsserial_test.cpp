@@ -120,7 +120,9 @@ TEST_F(SerialPair, ReadGathersAcrossSeveralWritesAndZeroLengthSucceeds) {
     EXPECT_FALSE(serial.read(buf, 12, got));
     unit.join();
     EXPECT_EQ(got, 12u);
-    EXPECT_EQ(std::string(buf, got), std::string("ZU\x10\x00" "abcdefgh", 12));
+    EXPECT_EQ(std::string(buf, got), std::string("ZU\x10\x00"
+                                                 "abcdefgh",
+                                                 12));
 }
 
 TEST_F(SerialPair, WriteAndWait) {

@@ -192,10 +192,11 @@ TEST(ZSocket, SendChunksGathersInOrder) {
     EXPECT_EQ(std::string(buf, got), "one-two-three");
 
     // More chunks than fit on the stack.
+    static const char digits[] = "0123456789";
     std::string expect;
     ZDataChunk many[40];
     for (int i = 0; i < 40; i++) {
-        many[i] = {"0123456789" + (i % 10), 1};
+        many[i] = {&digits[i % 10], 1};
         expect += char('0' + i % 10);
     }
     EXPECT_FALSE(p.client.sendChunks(many, 40, sent));
