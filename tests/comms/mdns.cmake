@@ -1,8 +1,8 @@
 # mDNS discovery: tests beyond the pure parser tests of zmdns_test.cpp.
 
-# Real sockets inside a private network namespace of the test process (root,
-# or unprivileged user namespaces): a scripted responder and a real
-# avahi-daemon. Skips itself with a message when no namespace can be made.
+# Real sockets inside a private network namespace of the test process (needs
+# root): a scripted responder and a real avahi-daemon. Skips itself with a
+# message when no namespace can be made.
 tavro_add_gtest(comms_zmdns_netns SOURCES ${CMAKE_CURRENT_LIST_DIR}/zmdns_netns.cpp
                 LIBS tavro_comms TIMEOUT 60 LABELS netns)
 

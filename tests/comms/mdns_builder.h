@@ -1,8 +1,10 @@
 #ifndef TESTS_COMMS_MDNS_BUILDER_H
 #define TESTS_COMMS_MDNS_BUILDER_H
 
-// Builds DNS messages byte by byte for the mDNS tests, the namespace
-// responder and the fuzz seed corpus.
+// Builds DNS messages byte by byte for the mDNS tests and the namespace
+// responder, and writes found services as text.
+
+#include "zmdns.h"
 
 #include <cstdint>
 #include <initializer_list>
@@ -11,26 +13,19 @@
 
 namespace mdnstest {
 
-class DnsBuilder {
-public:
+struct DnsBuilder {
     std::vector<uint8_t> bytes;
+    size_t data = 0; // first data byte of the record being written
 
     size_t pos() const { return bytes.size(); }
-
     DnsBuilder& u8(unsigned v) {
         bytes.push_back(uint8_t(v));
         return *this;
     }
-    DnsBuilder& u16(unsigned v) {
-        u8(v >> 8);
-        return u8(v);
-    }
-    DnsBuilder& u32(uint32_t v) {
-        u16(v >> 16);
-        return u16(v & 0xFFFF);
-    }
-    DnsBuilder& raw(const std::string& s) {
-        bytes.insert(bytes.end(), s.begin(), s.end());
+    DnsBuilder& u16(unsigned v) { return u8(v >> 8).u8(v); }
+    DnsBuilder& u32(uint32_t v) { return u16(v >> 16).u16(v & 0xFFFF); }
+    DnsBuilder& put(std::initializer_list<uint8_t> v) {
+        bytes.insert(bytes.end(), v);
         return *this;
     }
     DnsBuilder& header(unsigned id, unsigned flags, unsigned qd, unsigned an, unsigned ns,
@@ -40,34 +35,33 @@ public:
     // One length-prefixed label, no terminator.
     DnsBuilder& label(const std::string& s) {
         u8(unsigned(s.size()));
-        return raw(s);
+        bytes.insert(bytes.end(), s.begin(), s.end());
+        return *this;
     }
-    // Labels followed by the zero byte.
     DnsBuilder& name(std::initializer_list<std::string> labels) {
         for (const std::string& l : labels)
             label(l);
         return u8(0);
     }
-    DnsBuilder& ptr(unsigned offset) { return u8(0xC0 | (offset >> 8)).u8(offset & 0xFF); }
-    // Type, class, time to live; the data length is patched by endData().
-    size_t beginData(unsigned type, unsigned cls = 0x8001, uint32_t ttl = 120) {
-        u16(type).u16(cls).u32(ttl).u16(0);
-        return pos();
+    DnsBuilder& ptr(size_t offset) { return u8(0xC0 | unsigned(offset >> 8)).u8(offset & 0xFF); }
+    // A PTR question, class 0x8001; "_tavro" "_tcp" "local" puts "local" at 24.
+    DnsBuilder& question(std::initializer_list<std::string> labels = {"_tavro", "_tcp", "local"}) {
+        return name(labels).u16(12).u16(0x8001);
     }
-    DnsBuilder& endData(size_t start) {
-        size_t n = pos() - start;
-        bytes[start - 2] = uint8_t(n >> 8);
-        bytes[start - 1] = uint8_t(n);
+    // A record whose name is a pointer to `owner`; end() patches its data length.
+    DnsBuilder& record(size_t owner, unsigned type, unsigned cls = 0x8001, uint32_t ttl = 120) {
+        ptr(owner).u16(type).u16(cls).u32(ttl).u16(0);
+        data = pos();
         return *this;
     }
-    // A question for `labels`, type PTR, class 0x8001.
-    DnsBuilder& question(std::initializer_list<std::string> labels, unsigned cls = 0x8001) {
-        name(labels);
-        return u16(12).u16(cls);
+    DnsBuilder& end() {
+        bytes[data - 2] = uint8_t((pos() - data) >> 8);
+        bytes[data - 1] = uint8_t(pos() - data);
+        return *this;
     }
 };
 
-// What a responder puts in one reply.
+// What one unit announces.
 struct Unit {
     std::string instance = "Tavro-0042";
     std::string host = "tavro-0042";
@@ -76,74 +70,53 @@ struct Unit {
     std::vector<std::string> texts = {"serial=0042"};
 };
 
-// A reply as a unit sends it: the question echoed, the PTR record
-// in the answers, SRV, TXT and A in the additional records. Record names are
-// compression pointers; the SRV target is written as full labels.
+// What the avahi-daemon of the namespace test publishes.
+inline Unit avahiUnit() {
+    return {"Tavro test unit", "tavrotest", 0x7F000001, 40358, {"serial=T400-0042"}};
+}
+
+// A reply as a unit sends it: the question echoed, PTR in the answers; SRV
+// (target in full labels), TXT and A in the additional records.
 inline std::vector<uint8_t> unitReply(unsigned id, const Unit& u = Unit(), unsigned flags = 0x8400,
                                       std::initializer_list<std::string> service = {
                                           "_tavro", "_tcp", "local"}) {
     DnsBuilder b;
-    b.header(id, flags, 1, 1, 0, 3);
-    size_t qname = b.pos();
-    b.question(service);
-    // PTR: service -> instance
-    b.ptr(unsigned(qname));
-    size_t d = b.beginData(12, 1, 4500);
-    size_t instance = b.pos();
-    b.label(u.instance).ptr(unsigned(qname));
-    b.endData(d);
-    // SRV: instance -> host:port
-    b.ptr(unsigned(instance));
-    d = b.beginData(33);
-    b.u16(0).u16(0).u16(u.port);
-    size_t host = b.pos();
-    b.name({u.host, "local"});
-    b.endData(d);
-    // TXT
-    b.ptr(unsigned(instance));
-    d = b.beginData(16, 0x8001, 4500);
+    b.header(id, flags, 1, 1, 0, 3).question(service);
+    size_t instance = b.record(12, 12, 1, 4500).pos();
+    size_t host =
+        b.label(u.instance).ptr(12).end().record(instance, 33).u16(0).u16(0).u16(u.port).pos();
+    b.name({u.host, "local"}).end().record(instance, 16, 0x8001, 4500);
     for (const std::string& t : u.texts)
         b.label(t);
-    b.endData(d);
-    // A: host -> address
-    b.ptr(unsigned(host));
-    d = b.beginData(1);
-    b.u32(u.address);
-    b.endData(d);
-    return b.bytes;
+    return b.end().record(host, 1).u32(u.address).end().bytes;
 }
 
-// A reply laid out as avahi-daemon 0.8 answers a legacy unicast query: the
-// question echoed, PTR, TXT, SRV and A all in the answer section (class 1,
-// time to live 10), nothing in the additional section, names compressed and
-// the SRV target a label followed by a pointer to "local".
+// A reply as avahi-daemon 0.8 answers a legacy unicast query: PTR, TXT, SRV
+// and A all in the answer section (class 1, time to live 10), the SRV target
+// a label and a pointer to the question's "local".
 inline std::vector<uint8_t> avahiStyleReply(unsigned id, const Unit& u = Unit()) {
     DnsBuilder b;
-    b.header(id, 0x8400, 1, 4, 0, 0);
-    size_t qname = b.pos();
-    b.question({"_tavro", "_tcp", "local"});
-    size_t local = qname + 1 + 6 + 1 + 4; // the "local" label of the question
-    b.ptr(unsigned(qname));
-    size_t d = b.beginData(12, 1, 10);
-    size_t instance = b.pos();
-    b.label(u.instance).ptr(unsigned(qname));
-    b.endData(d);
-    b.ptr(unsigned(instance));
-    d = b.beginData(16, 1, 10);
+    b.header(id, 0x8400, 1, 4, 0, 0).question();
+    size_t instance = b.record(12, 12, 1, 10).pos();
+    b.label(u.instance).ptr(12).end().record(instance, 16, 1, 10);
     for (const std::string& t : u.texts)
         b.label(t);
-    b.endData(d);
-    b.ptr(unsigned(instance));
-    d = b.beginData(33, 1, 10);
-    b.u16(0).u16(0).u16(u.port);
-    size_t host = b.pos();
-    b.label(u.host).ptr(unsigned(local));
-    b.endData(d);
-    b.ptr(unsigned(host));
-    d = b.beginData(1, 1, 10);
-    b.u32(u.address);
-    b.endData(d);
-    return b.bytes;
+    size_t host = b.end().record(instance, 33, 1, 10).u16(0).u16(0).u16(u.port).pos();
+    return b.label(u.host).ptr(24).end().record(host, 1, 1, 10).u32(u.address).end().bytes;
+}
+
+inline std::string str(const ZString& s) {
+    return std::string(s.retStr(), size_t(s.len()));
+}
+
+// "address:port name text,text"
+inline std::string describe(const ZMdnsService& s) {
+    std::string r = str(s.address.getString()) + " " + str(s.name) + " ", comma;
+    for (const ZString& t : s.texts) {
+        r += comma + str(t);
+        comma = ",";
+    }
+    return r;
 }
 
 } // namespace mdnstest
