@@ -16,7 +16,6 @@
 #endif
 
 using TavroApi::CommsUsb;
-typedef std::vector<uint8_t> Bytes;
 
 namespace {
 
@@ -34,6 +33,17 @@ public:
         EXPECT_STREQ(e_.str().retStr(), text);                                                     \
     } while (0)
 
+// What a transport that is not connected, or is stopped, answers.
+void expectRefused(TestUsb& usb) {
+    uint8_t buf[16] = {};
+    unsigned int got = 99, written = 99;
+    EXPECT_ZERR(usb.read(buf, sizeof(buf), got), 1, "CommsUsb::read: not connected");
+    EXPECT_ZERR(usb.write(buf, sizeof(buf), written), 1, "CommsUsb::write: not connected");
+    EXPECT_EQ(got, 0u);
+    EXPECT_EQ(written, 0u);
+    EXPECT_ZERR(usb.wait(2, 1000, 1), 1, "Not connected");
+}
+
 } // namespace
 
 TEST(CommsUsb, Round512) {
@@ -47,31 +57,21 @@ TEST(CommsUsb, Round512) {
 
 TEST(CommsUsb, RefusesWhenNotConnected) {
     TestUsb usb;
-    uint8_t buf[16] = {};
-    unsigned int got = 99, written = 99;
-    EXPECT_ZERR(usb.read(buf, sizeof(buf), got), 1, "CommsUsb::read: not connected");
-    EXPECT_EQ(got, 0u);
-    EXPECT_ZERR(usb.write(buf, sizeof(buf), written), 1, "CommsUsb::write: not connected");
-    EXPECT_EQ(written, 0u);
-    EXPECT_ZERR(usb.wait(2, 1000, 1), 1, "Not connected");
+    expectRefused(usb);
     EXPECT_ZERR(usb.readChunk(1000), 1, "CommsUsb::readChunk: not connected");
     EXPECT_EQ(usb.readAvailable(), 0u);
     EXPECT_FALSE(usb.isConnected());
-    EXPECT_FALSE(usb.disconnect());
     EXPECT_FALSE(usb.disconnect());
 }
 
 #if TAVRO_HAVE_UMOCKDEV
 
-using usbmock::ControlRequest;
-using usbmock::DeviceConfig;
-using usbmock::InterfaceEvent;
-using usbmock::UsbMockBus;
-using usbmock::UsbMockDevice;
+using namespace usbmock;
 
 namespace {
 
 const uint8_t In = 0x81, Out = 0x01;
+const Bytes Attach{0x40, 1, 1, 0, 0, 0, 0, 0}, Detach{0x40, 1, 0, 0, 0, 0, 0, 0};
 
 Bytes pattern(size_t n, uint8_t seed) {
     Bytes b(n);
@@ -80,45 +80,33 @@ Bytes pattern(size_t n, uint8_t seed) {
     return b;
 }
 
+Bytes slice(const Bytes& b, size_t from, size_t to) {
+    return Bytes(b.begin() + long(from), b.begin() + long(to));
+}
+
 // Vendor requests (type 0x40) a device received, as setup bytes.
 std::vector<Bytes> vendorRequests(const UsbMockDevice& dev) {
     std::vector<Bytes> v;
-    for (const ControlRequest& c : dev.controlRequests())
+    for (const ControlRequest& c : dev.records().controls)
         if (c.setup.requestType == 0x40)
             v.push_back(c.setup.bytes());
     return v;
 }
 
-std::vector<int> inLengths(const UsbMockDevice& dev) {
-    std::vector<int> v;
-    for (const usbmock::InRequest& r : dev.inRequests())
-        v.push_back(r.length);
-    return v;
-}
-
-// Descriptors other than sockets: what a libusb context (eventfd, timerfd)
-// or an open device node holds. umockdev's own sockets come and go
-// asynchronously and are left out.
-int openFds() {
+// Device nodes and timers held open: what a libusb handle or context left
+// behind would keep. (GLib's own descriptors come and go on its threads.)
+int usbFds() {
     int n = 0;
     if (DIR* d = opendir("/proc/self/fd")) {
         while (dirent* e = readdir(d)) {
             char link[256] = {};
             std::string path = std::string("/proc/self/fd/") + e->d_name;
-            if (e->d_name[0] != '.' && readlink(path.c_str(), link, sizeof(link) - 1) > 0 &&
-                strncmp(link, "socket:", 7) != 0)
-                n++;
+            if (readlink(path.c_str(), link, sizeof(link) - 1) > 0)
+                n += strstr(link, "/dev/bus/usb/") || strstr(link, "[timerfd]");
         }
         closedir(d);
     }
     return n;
-}
-
-// The client side of a handle is let go asynchronously; give it a moment.
-bool waitClosed(const UsbMockDevice& dev) {
-    for (int i = 0; i < 1000 && dev.openCount() > 0; i++)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return dev.openCount() == 0;
 }
 
 class CommsUsbDevice : public ::testing::Test {
@@ -138,7 +126,14 @@ protected:
         bus.reset();
     }
 
-    // Reads n bytes, expecting success and exactly `expect`.
+    // Plugs in a unit with serial `sn` and connects to it.
+    UsbMockDevice& connected(const char* sn) {
+        UsbMockDevice& dev = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, sn));
+        ZError err = usb->connect(sn);
+        EXPECT_FALSE(err) << err.str();
+        return dev;
+    }
+
     void expectRead(unsigned int n, const Bytes& expect) {
         Bytes buf(n);
         unsigned int got = 0;
@@ -161,156 +156,121 @@ TEST_F(CommsUsbDevice, OpensOnlyTheUnitWithTheMatchingSerial) {
     UsbMockDevice& foreign = bus->addDevice(DeviceConfig(0x1234, 0xA2E0, "TV-0002"));
     UsbMockDevice& loader = bus->addDevice(DeviceConfig(0x0483, 0xDF11, "TV-0002"));
 
-    int fds = openFds();
-    // Neither a prefix, a longer text, nor an empty serial (the unit without
-    // a serial string) matches; each failure frees everything it took.
+    // Neither a prefix, a longer text, another case nor the empty serial (of
+    // the unit that has none) matches; each failure frees what it took.
+    int fds = usbFds();
     for (const char* serial : {"TV-000", "TV-00020", "", "tv-0002"})
         EXPECT_ZERR(usb->connect(serial), 1, "Tavro unit not found");
-    EXPECT_FALSE(usb->isConnected());
-    EXPECT_EQ(openFds(), fds);
+    EXPECT_EQ(usbFds(), fds);
 
     ASSERT_FALSE(usb->connect("TV-0002"));
     EXPECT_TRUE(usb->isConnected());
     EXPECT_EQ(usb->deviceName(), "TV-0002");
-    EXPECT_EQ(unit.openCount(), 1);
-    EXPECT_TRUE(waitClosed(other) && waitClosed(none));
-    for (UsbMockDevice* d : {&foreign, &loader})
-        EXPECT_TRUE(d->controlRequests().empty()); // never even asked
-    EXPECT_TRUE(vendorRequests(other).empty());
-    EXPECT_TRUE(vendorRequests(none).empty());
-    EXPECT_EQ(vendorRequests(unit), (std::vector<Bytes>{{0x40, 1, 1, 0, 0, 0, 0, 0}}));
-    ASSERT_EQ(unit.interfaceEvents().size(), 1u);
-    EXPECT_EQ(unit.interfaceEvents()[0].kind, InterfaceEvent::Claim);
-    EXPECT_EQ(unit.interfaceEvents()[0].interface, 0u);
+    EXPECT_TRUE(foreign.records().controls.empty() && loader.records().controls.empty());
+    EXPECT_TRUE(vendorRequests(other).empty() && vendorRequests(none).empty());
+    EXPECT_EQ(vendorRequests(unit), std::vector<Bytes>{Attach});
+    EXPECT_EQ(unit.records().interfaces, std::vector<std::string>{"claim 0"});
 
     // Connecting again leaves the first unit properly first.
     ASSERT_FALSE(usb->connect("TV-0001"));
-    EXPECT_EQ(vendorRequests(unit),
-              (std::vector<Bytes>{{0x40, 1, 1, 0, 0, 0, 0, 0}, {0x40, 1, 0, 0, 0, 0, 0, 0}}));
-    EXPECT_EQ(unit.interfaceEvents().back().kind, InterfaceEvent::Release);
-    EXPECT_TRUE(waitClosed(unit));
-    EXPECT_EQ(other.openCount(), 1);
+    EXPECT_EQ(vendorRequests(unit), (std::vector<Bytes>{Attach, Detach}));
+    EXPECT_EQ(unit.records().interfaces, (std::vector<std::string>{"claim 0", "release 0"}));
 
     ASSERT_FALSE(usb->disconnect());
-    EXPECT_FALSE(usb->isConnected());
-    EXPECT_EQ(vendorRequests(other).back(), (Bytes{0x40, 1, 0, 0, 0, 0, 0, 0}));
-    EXPECT_TRUE(waitClosed(other));
     EXPECT_FALSE(usb->disconnect()); // a no-op now
-    EXPECT_EQ(vendorRequests(other).size(), 2u);
-    EXPECT_EQ(openFds(), fds);
+    EXPECT_FALSE(usb->isConnected());
+    EXPECT_EQ(vendorRequests(other), (std::vector<Bytes>{Attach, Detach}));
+    EXPECT_EQ(usbFds(), fds);
 }
 
 TEST_F(CommsUsbDevice, ClaimFailureAndIgnoredVendorRequest) {
     UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "A1"));
-    int fds = openFds();
+    int fds = usbFds();
     unit.failClaim(EBUSY);
     EXPECT_ZERR(usb->connect("A1"), 1, "Tavro unit cannot claim");
     EXPECT_FALSE(usb->isConnected());
-    EXPECT_TRUE(waitClosed(unit));
-    EXPECT_EQ(openFds(), fds);
+    EXPECT_EQ(usbFds(), fds);
 
     // A unit that stalls the vendor request is still connected.
     unit.failClaim(0);
-    unit.setControlHandler(
-        [](const usbmock::Setup&, const Bytes&) { return usbmock::ControlReply::stalled(); });
+    unit.setControlHandler([](const usbmock::Setup&, const Bytes&) {
+        return ControlReply{{}, true};
+    });
     ASSERT_FALSE(usb->connect("A1"));
-    EXPECT_TRUE(unit.controlRequests().back().stalled);
-    EXPECT_FALSE(usb->disconnect());
+    EXPECT_TRUE(unit.records().controls.back().stalled);
+    EXPECT_TRUE(usb->isConnected());
 }
 
-TEST_F(CommsUsbDevice, WriteSendsExactBytesOnEndpoint1) {
-    UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "W"));
-    ASSERT_FALSE(usb->connect("W"));
+TEST_F(CommsUsbDevice, WritesExactBytesAndGatheredPacketsAsOneTransfer) {
+    UsbMockDevice& unit = connected("W");
     unsigned int written = 0;
-    Bytes small{0x5A, 0x55, 0x01}, big = pattern(5000, 3);
+    Bytes small{0x5A, 0x55, 0x01}, big = pattern(5000, 3), head = pattern(16, 5),
+                                   body = pattern(40, 6);
     ASSERT_FALSE(usb->write(small.data(), 3, written));
     EXPECT_EQ(written, 3u);
-    ASSERT_FALSE(usb->write(big.data(), unsigned(big.size()), written));
+    ASSERT_FALSE(usb->write(big.data(), 5000, written));
     EXPECT_EQ(written, 5000u);
-    unit.failNextOut(Out, -EPIPE);
+    unit.failNext(Out, -EPIPE);
     EXPECT_ZERR(usb->write(small.data(), 3, written), 1, "CommsUsb::write: write error");
+    ZDataChunk chunks[] = {{head.data(), 16}, {nullptr, 0}, {body.data(), 40}};
+    ASSERT_FALSE(usb->writeChunks(chunks, 3, written));
+    EXPECT_EQ(written, 56u);
+    ASSERT_FALSE(usb->writeChunks(chunks, 0, written));
+    EXPECT_EQ(written, 0u);
 
-    auto outs = unit.outTransfers();
-    ASSERT_EQ(outs.size(), 3u);
+    std::vector<OutTransfer> outs = unit.records().outs;
+    ASSERT_EQ(outs.size(), 4u);
     EXPECT_EQ(outs[0].endpoint, Out);
     EXPECT_EQ(outs[0].data, small);
     EXPECT_EQ(outs[1].data, big); // one transfer, not split
-    EXPECT_TRUE(unit.inRequests().empty());
-
-    // A gathered packet (header chunk + payload chunks) leaves as one transfer.
-    Bytes header = pattern(16, 5), body = pattern(40, 6);
-    ZDataChunk chunks[] = {{header.data(), 16}, {nullptr, 0}, {body.data(), 40}};
-    ASSERT_FALSE(usb->writeChunks(chunks, 3, written));
-    EXPECT_EQ(written, 56u);
-    outs = unit.outTransfers();
-    ASSERT_EQ(outs.size(), 4u);
-    Bytes joined = header;
-    joined.insert(joined.end(), body.begin(), body.end());
-    EXPECT_EQ(outs[3].data, joined);
-    ASSERT_FALSE(usb->writeChunks(chunks, 0, written));
-    EXPECT_EQ(written, 0u);
+    head.insert(head.end(), body.begin(), body.end());
+    EXPECT_EQ(outs[3].data, head);
+    EXPECT_TRUE(unit.records().ins.empty());
 }
 
 TEST_F(CommsUsbDevice, ReadsInBlocksOf512AndKeepsPartialDataOnTimeout) {
-    UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "R"));
-    ASSERT_FALSE(usb->connect("R"));
+    UsbMockDevice& unit = connected("R");
     Bytes a = pattern(700, 1), b = pattern(60, 2), c = pattern(40, 3), e = pattern(1024, 4);
-
     unit.queueIn(In, a);
-    expectRead(300, Bytes(a.begin(), a.begin() + 300));
+    expectRead(300, slice(a, 0, 300));
     EXPECT_EQ(usb->readAvailable(), 400u);
-    expectRead(400, Bytes(a.begin() + 300, a.end())); // from the buffer, no transfer
-    EXPECT_EQ(inLengths(unit), (std::vector<int>{102400}));
+    expectRead(400, slice(a, 300, 700)); // from the buffer, no transfer
+    EXPECT_EQ(unit.records().ins[In], std::vector<int>{102400});
 
     // Fewer bytes than asked: "Timeout", and they wait for the next read.
     unit.queueIn(In, b);
     unsigned int got = 99;
-    Bytes buf(100);
+    Bytes buf(2000);
     EXPECT_ZERR(usb->read(buf.data(), 100, got), 4, "Timeout");
     EXPECT_EQ(got, 0u);
     EXPECT_EQ(usb->readAvailable(), 60u);
     unit.queueIn(In, c);
-    Bytes bc = b;
-    bc.insert(bc.end(), c.begin(), c.end());
-    expectRead(100, bc);
+    b.insert(b.end(), c.begin(), c.end());
+    expectRead(100, b);
     // 102400 - 60 rounded down to 101888.
-    EXPECT_EQ(inLengths(unit), (std::vector<int>{102400, 102400, 101888, 101888}));
+    EXPECT_EQ(unit.records().ins[In], (std::vector<int>{102400, 102400, 101888, 101888}));
 
-    // Whole packets without an end leave the transfer open until its
-    // time-out; what arrived is kept.
+    // Whole packets without an end keep the transfer open until its time-out,
+    // and what arrived is kept.
     unit.queueIn(In, e, false);
-    EXPECT_ZERR(usb->read(buf.data(), 100 + 1024, got), 4, "Timeout");
+    EXPECT_ZERR(usb->read(buf.data(), 1124, got), 4, "Timeout");
     EXPECT_EQ(usb->readAvailable(), 1024u);
     expectRead(1024, e);
     EXPECT_FALSE(usb->readErrorSeen());
-}
 
-TEST_F(CommsUsbDevice, ReadErrorIsReportedAndNotFatal) {
-    UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "E"));
-    ASSERT_FALSE(usb->connect("E"));
-    unit.failNextIn(In, -EPROTO);
-    Bytes buf(10);
-    unsigned int got = 0;
+    // A failed transfer is reported, remembered, and not fatal.
+    unit.failNext(In, -EPROTO);
     EXPECT_ZERR(usb->read(buf.data(), 10, got), 1, "CommsUsb::readChunk: read error");
     EXPECT_TRUE(usb->readErrorSeen());
-    EXPECT_TRUE(usb->isConnected());
     unit.queueIn(In, pattern(10, 9));
     expectRead(10, pattern(10, 9));
 }
 
 TEST_F(CommsUsbDevice, StopLatchRefusesAndLatchesFailedUntilDisconnect) {
-    UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "S"));
-    ASSERT_FALSE(usb->connect("S"));
+    UsbMockDevice& unit = connected("S");
     usb->setStopped(true);
-    Bytes buf(8);
-    unsigned int n = 99;
-    EXPECT_ZERR(usb->read(buf.data(), 8, n), 1, "CommsUsb::read: not connected");
-    EXPECT_EQ(n, 0u);
-    n = 99;
-    EXPECT_ZERR(usb->write(buf.data(), 8, n), 1, "CommsUsb::write: not connected");
-    EXPECT_EQ(n, 0u);
-    EXPECT_ZERR(usb->wait(2, 10000, 1), 1, "Not connected");
-    EXPECT_TRUE(unit.outTransfers().empty());
+    expectRefused(*usb);
+    EXPECT_TRUE(unit.records().outs.empty());
     EXPECT_FALSE(usb->failed());
 
     unit.queueIn(In, pattern(8, 1));
@@ -320,127 +280,107 @@ TEST_F(CommsUsbDevice, StopLatchRefusesAndLatchesFailedUntilDisconnect) {
 
     // Released, the latch still holds until the next disconnect.
     usb->setStopped(false);
+    Bytes buf(8);
+    unsigned int n = 0;
     EXPECT_ZERR(usb->readChunk(10000), 1, "CommsUsb::readChunk: not connected");
     EXPECT_ZERR(usb->read(buf.data(), 8, n), 1, "CommsUsb::readChunk: not connected");
-    size_t transfers = unit.inRequests().size();
+    size_t transfers = unit.records().ins[In].size();
     EXPECT_FALSE(usb->disconnect());
     EXPECT_FALSE(usb->failed());
     ASSERT_FALSE(usb->connect("S"));
     unit.queueIn(In, pattern(8, 2));
     expectRead(8, pattern(8, 2));
-    EXPECT_EQ(unit.inRequests().size(), transfers + 1);
+    EXPECT_EQ(unit.records().ins[In].size(), transfers + 1);
 }
 
 TEST_F(CommsUsbDevice, NeverOverrunsTheReceiveBuffer) {
-    UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "M"));
-    ASSERT_FALSE(usb->connect("M"));
+    UsbMockDevice& unit = connected("M");
     const unsigned int size = CommsUsb::RxBufferSize;
-    Bytes big(300000);
+    Bytes big(300000), data = pattern(120000, 5);
     unsigned int got = 0;
 
     // Three 40000-byte bursts for a read larger than the buffer: the third
     // chunk only gets the whole blocks still free, the read returns the full
     // buffer instead of waiting for ever, the rest stays with the device.
-    Bytes data = pattern(120000, 5);
     for (int i = 0; i < 3; i++)
-        unit.queueIn(In, Bytes(data.begin() + i * 40000, data.begin() + (i + 1) * 40000));
+        unit.queueIn(In, slice(data, i * 40000, (i + 1) * 40000));
     ASSERT_FALSE(usb->read(big.data(), 300000, got));
     EXPECT_EQ(got, 102016u);
-    EXPECT_TRUE(std::equal(big.begin(), big.begin() + got, data.begin()));
-    EXPECT_EQ(inLengths(unit), (std::vector<int>{102400, 61952, 22016}));
+    EXPECT_EQ(slice(big, 0, got), slice(data, 0, got));
+    EXPECT_EQ(unit.records().ins[In], (std::vector<int>{102400, 61952, 22016}));
     EXPECT_ZERR(usb->read(big.data(), 300000, got), 4, "Timeout");
-    EXPECT_EQ(usb->readAvailable(), 120000u - 102016u);
-    expectRead(120000 - 102016, Bytes(data.begin() + 102016, data.end()));
+    expectRead(120000 - 102016, slice(data, 102016, 120000));
 
     // A transfer that claims more than it was given is cut to the request.
     unit.overReportNextIn(In, 2 * size);
     unit.queueIn(In, pattern(10, 6));
     EXPECT_FALSE(usb->wait(2, 30000, 1));
     EXPECT_EQ(usb->readAvailable(), size);
-    size_t transfers = unit.inRequests().size();
     ASSERT_FALSE(usb->read(big.data(), 300000, got)); // full: no further transfer
     EXPECT_EQ(got, size);
-    EXPECT_EQ(unit.inRequests().size(), transfers);
-    EXPECT_TRUE(std::equal(big.begin(), big.begin() + 10, pattern(10, 6).begin()));
+    EXPECT_EQ(unit.records().ins[In],
+              (std::vector<int>{102400, 61952, 22016, 102400, 83968, 102400}));
+    EXPECT_EQ(slice(big, 0, 10), pattern(10, 6));
 }
 
-TEST_F(CommsUsbDevice, ReadWakesForDataWhileAnotherThreadWrites) {
-    UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "T"));
-    ASSERT_FALSE(usb->connect("T"));
-    usb->setTimeout(5000000); // a ceiling only: the answer comes within milliseconds
-    Bytes cmd = pattern(64, 1), reply = pattern(2000, 2);
+// A pending read wakes for data sent while another thread writes, and ends
+// with an error when the unit is pulled out.
+TEST_F(CommsUsbDevice, PendingReadsMeetWritesAndUnplug) {
+    UsbMockDevice& unit = connected("T");
+    usb->setTimeout(5000000); // a ceiling only: each read ends within milliseconds
+    Bytes cmd = pattern(64, 1), reply = pattern(2000, 2), buf(10);
     std::thread sender([&] {
         ASSERT_TRUE(unit.waitPendingIn(In, 5000));
         unsigned int written = 0;
-        EXPECT_FALSE(usb->write(cmd.data(), unsigned(cmd.size()), written));
+        EXPECT_FALSE(usb->write(cmd.data(), 64, written));
         unit.queueIn(In, reply);
-    });
-    expectRead(2000, reply);
-    sender.join();
-    ASSERT_EQ(unit.outTransfers().size(), 1u);
-    EXPECT_EQ(unit.outTransfers()[0].data, cmd);
-}
-
-TEST_F(CommsUsbDevice, UnplugEndsAPendingReadWithAnError) {
-    UsbMockDevice& unit = bus->addDevice(DeviceConfig(0x0483, 0xA2E0, "U"));
-    ASSERT_FALSE(usb->connect("U"));
-    usb->setTimeout(5000000);
-    std::thread puller([&] {
         ASSERT_TRUE(unit.waitPendingIn(In, 5000));
         unit.unplug();
     });
-    Bytes buf(10);
+    expectRead(2000, reply);
     unsigned int n = 0;
     EXPECT_ZERR(usb->read(buf.data(), 10, n), 1, "CommsUsb::readChunk: read error");
-    puller.join();
+    sender.join();
+    ASSERT_EQ(unit.records().outs.size(), 1u);
+    EXPECT_EQ(unit.records().outs[0].data, cmd);
     EXPECT_ZERR(usb->write(buf.data(), 10, n), 1, "CommsUsb::write: write error");
     EXPECT_FALSE(usb->disconnect());
-    EXPECT_ZERR(usb->connect("U"), 1, "Tavro unit not found");
+    EXPECT_ZERR(usb->connect("T"), 1, "Tavro unit not found");
 }
 
-// The harness itself, as the boot-loader download uses it: class requests
-// with data stages both ways, a status that changes between polls, a stall,
-// and an alternate setting.
+// The harness as a boot loader's download uses it: class requests with data
+// stages both ways, a stall and an alternate setting.
 TEST_F(CommsUsbDevice, HarnessAnswersControlTransfersWithDataStages) {
     UsbMockDevice& dfu = bus->addDevice(DeviceConfig(0x0483, 0xDF11, "BOOT"));
-    int polls = 0;
-    dfu.setControlHandler([&polls](const usbmock::Setup& s, const Bytes&) {
-        if (s.requestType == 0x21 && s.request == 1)
-            return usbmock::ControlReply::ack();
-        if (s.requestType == 0xA1 && s.request == 3) // busy once, then idle
-            return usbmock::ControlReply::reply({0, 100, 0, 0, uint8_t(polls++ ? 2 : 4), 0});
-        return usbmock::ControlReply::stalled();
+    dfu.setControlHandler([](const usbmock::Setup& s, const Bytes&) {
+        if (s.requestType == 0x21 && s.request == 1) // download
+            return ControlReply{};
+        if (s.requestType == 0xA1 && s.request == 3) // status
+            return ControlReply{{0, 100, 0, 0, 4, 0}};
+        return ControlReply{{}, true};
     });
     libusb_context* ctx = nullptr;
     ASSERT_EQ(libusb_init(&ctx), 0);
     libusb_device_handle* h = libusb_open_device_with_vid_pid(ctx, 0x0483, 0xDF11);
-    if (!h) {
-        libusb_exit(ctx);
-        FAIL() << "cannot open the emulated boot loader";
+    Bytes block = pattern(64, 7), st(8);
+    if (h) {
+        EXPECT_EQ(libusb_claim_interface(h, 0), 0);
+        EXPECT_EQ(libusb_set_interface_alt_setting(h, 0, 1), 0);
+        EXPECT_EQ(libusb_control_transfer(h, 0x21, 1, 2, 0, block.data(), 64, 100), 64);
+        EXPECT_EQ(libusb_control_transfer(h, 0xA1, 3, 0, 0, st.data(), 8, 100), 6);
+        EXPECT_EQ(libusb_control_transfer(h, 0xA1, 9, 0, 0, st.data(), 6, 100), LIBUSB_ERROR_PIPE);
+        libusb_close(h);
     }
-    EXPECT_EQ(libusb_claim_interface(h, 0), 0);
-    EXPECT_EQ(libusb_set_interface_alt_setting(h, 0, 1), 0);
-    Bytes block = pattern(64, 7);
-    uint8_t st[8] = {};
-    EXPECT_EQ(libusb_control_transfer(h, 0x21, 1, 2, 0, block.data(), 64, 100), 64);
-    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 3, 0, 0, st, 8, 100), 6);
-    EXPECT_EQ(st[4], 4);
-    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 3, 0, 0, st, 6, 100), 6);
-    EXPECT_EQ(st[4], 2);
-    EXPECT_EQ(libusb_control_transfer(h, 0xA1, 9, 0, 0, st, 6, 100), LIBUSB_ERROR_PIPE);
-    libusb_close(h);
     libusb_exit(ctx);
-
-    std::vector<ControlRequest> c = dfu.controlRequests();
-    ASSERT_GE(c.size(), 4u);
-    const ControlRequest& dn = c[c.size() - 4];
-    EXPECT_EQ(dn.setup.bytes(), (Bytes{0x21, 1, 2, 0, 0, 0, 64, 0}));
-    EXPECT_EQ(dn.data, block);
-    EXPECT_EQ(c[c.size() - 3].data, (Bytes{0, 100, 0, 0, 4, 0}));
+    ASSERT_TRUE(h) << "cannot open the emulated boot loader";
+    EXPECT_EQ(st, (Bytes{0, 100, 0, 0, 4, 0, 0, 0}));
+    std::vector<ControlRequest> c = dfu.records().controls;
+    ASSERT_GE(c.size(), 3u);
+    EXPECT_EQ(c[c.size() - 3].setup.bytes(), (Bytes{0x21, 1, 2, 0, 0, 0, 64, 0}));
+    EXPECT_EQ(c[c.size() - 3].data, block);
+    EXPECT_EQ(c[c.size() - 2].data, (Bytes{0, 100, 0, 0, 4, 0}));
     EXPECT_TRUE(c.back().stalled);
-    ASSERT_EQ(dfu.interfaceEvents().size(), 2u);
-    EXPECT_EQ(dfu.interfaceEvents()[1].kind, InterfaceEvent::SetAltSetting);
-    EXPECT_EQ(dfu.interfaceEvents()[1].altSetting, 1u);
+    EXPECT_EQ(dfu.records().interfaces, (std::vector<std::string>{"claim 0", "alt 0 1"}));
 }
 
 #else

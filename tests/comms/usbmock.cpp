@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -16,150 +17,93 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <list>
+#include <memory>
 #include <mutex>
-#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace usbmock {
 
 Bytes Setup::bytes() const {
-    return Bytes{requestType,
-                 request,
-                 uint8_t(value & 0xFF),
-                 uint8_t(value >> 8),
-                 uint8_t(index & 0xFF),
-                 uint8_t(index >> 8),
-                 uint8_t(length & 0xFF),
-                 uint8_t(length >> 8)};
+    Bytes b{requestType, request};
+    for (uint16_t v : {value, index, length})
+        b.insert(b.end(), {uint8_t(v), uint8_t(v >> 8)});
+    return b;
 }
 
 namespace {
 
-const uint8_t DescDevice = 1;
-const uint8_t DescConfig = 2;
-const uint8_t DescString = 3;
-const uint8_t GetDescriptor = 6;
-const size_t SetupSize = 8;
+const int SetupSize = 8;
+const size_t MaxPacket = 512; // of the bulk endpoints
 
-Bytes le16(uint16_t v) {
-    return Bytes{uint8_t(v & 0xFF), uint8_t(v >> 8)};
+// Takes the one-shot fault armed for `ep`, if there is one.
+bool takeFault(std::map<uint8_t, int>& faults, uint8_t ep, int& to) {
+    auto f = faults.find(ep);
+    if (f == faults.end())
+        return false;
+    to = f->second;
+    faults.erase(f);
+    return true;
 }
 
-void append(Bytes& to, const Bytes& from) {
-    to.insert(to.end(), from.begin(), from.end());
+typedef std::shared_ptr<UMockdevIoctlData> Ref;
+
+// `len` bytes at `offset` of the client's memory, or null.
+Ref resolve(UMockdevIoctlData* from, size_t offset, size_t len) {
+    UMockdevIoctlData* p = umockdev_ioctl_data_resolve(from, offset, len, nullptr);
+    return p ? Ref(p, g_object_unref) : nullptr;
 }
 
-std::string hex(const Bytes& b) {
-    std::string s;
-    char two[3];
-    for (uint8_t c : b) {
-        snprintf(two, sizeof(two), "%02X", c);
-        s += two;
-    }
-    return s;
-}
-
-Bytes stringDescriptor(const std::string& text) {
-    size_t n = std::min<size_t>(text.size(), 126);
-    Bytes d{uint8_t(2 + 2 * n), DescString};
-    for (size_t i = 0; i < n; i++) {
-        d.push_back(uint8_t(text[i]));
-        d.push_back(0);
-    }
-    return d;
-}
-
-Bytes defaultConfigDescriptor(uint16_t maxPacket) {
-    Bytes d{9, DescConfig, 32, 0, 1, 1, 0, 0x80, 50}; // one interface
-    append(d, Bytes{9, 4, 0, 0, 2, 0xFF, 0, 0, 0});   // interface 0, vendor
-    append(d, Bytes{7, 5, 0x81, 2, uint8_t(maxPacket & 0xFF), uint8_t(maxPacket >> 8), 0});
-    append(d, Bytes{7, 5, 0x01, 2, uint8_t(maxPacket & 0xFF), uint8_t(maxPacket >> 8), 0});
-    return d;
-}
-
-// One URB the client submitted, with our references to its memory. The
-// client's memory (data, buffer) is only touched on umockdev's worker thread:
-// bytes for an IN transfer are collected in `in` and copied over at reap.
+// A submitted URB. The client's memory is only touched on the worker thread:
+// IN bytes gather in `in` and are copied over at reap.
 struct Urb {
-    UMockdevIoctlClient* client; // identity only
-    UMockdevIoctlData* data;     // the usbdevfs_urb (reference held)
-    UMockdevIoctlData* buffer;   // its buffer (reference held), null when empty
-    uint8_t type;
-    uint8_t endpoint;
-    int length; // of the data stage (a control URB's buffer has the setup first)
-    int actual;
-    int status;
-    int extra; // bytes over-reported at reap
-    Bytes in;  // received data stage
-
-    uint8_t* bytes() const { return buffer ? buffer->data : nullptr; }
-    void release() {
-        if (buffer)
-            g_object_unref(buffer);
-        if (data)
-            g_object_unref(data);
-        buffer = data = nullptr;
-    }
+    UMockdevIoctlClient* client = nullptr; // identity only
+    Ref data, buffer;                      // the usbdevfs_urb and its buffer (null when empty)
+    uint8_t type = 0, endpoint = 0;
+    int length = 0; // of the data stage (a control URB's buffer has the setup first)
+    int actual = 0, status = 0, extra = 0;
+    Bytes in;
 };
 
 } // namespace
 
 struct UsbMockDevice::State {
-    DeviceConfig config;
-    UMockdevTestbed* testbed = nullptr; // owned by the bus
-    std::string sysPath;
-    std::string devNode;
-    int fifo = -1;
-    UMockdevIoctlBase* handler = nullptr;
-    Bytes deviceDescriptor;
-    Bytes configDescriptor;
-    std::map<uint8_t, std::string> strings;
-
-    mutable std::mutex m;
-    mutable std::condition_variable changed;
-    bool gone = false;
-    bool closing = false;
-    std::set<UMockdevIoctlClient*> clients; // open handles
-    std::list<Urb> pending;                 // IN transfers waiting for data
-    std::list<Urb> done;                    // finished, waiting to be reaped
-    std::map<uint8_t, std::deque<Bytes>> inPackets;
-    std::map<uint8_t, int> failIn, failOut, overReport;
-    int claimError = 0;
-    ControlHandler controlHandler;
-    std::vector<OutTransfer> outs;
-    std::vector<ControlRequest> controls;
-    std::vector<InRequest> ins;
-    std::vector<InterfaceEvent> ifEvents;
-
+    explicit State(const DeviceConfig& c) : config(c) {}
     ~State() {
-        for (Urb& u : pending)
-            u.release();
-        for (Urb& u : done)
-            u.release();
         if (fifo >= 0)
             close(fifo);
         if (handler)
             g_object_unref(handler);
     }
 
-    // libusb sleeps in poll() for POLLOUT on the device node, which is a FIFO
-    // here: kept full it is not writable, drained it wakes libusb up to reap.
-    void sleepLocked() {
-        static const char filler[4096] = {};
-        while (write(fifo, filler, sizeof(filler)) > 0) {
-        }
-    }
-    void wakeLocked() {
-        char sink[4096];
-        while (read(fifo, sink, sizeof(sink)) > 0) {
-        }
-    }
+    DeviceConfig config;
+    UMockdevTestbed* testbed = nullptr; // owned by the bus
+    std::string sysPath, devNode;
+    int fifo = -1;
+    UMockdevIoctlBase* handler = nullptr;
+    Bytes deviceDescriptor, configDescriptor;
+
+    mutable std::mutex m;
+    mutable std::condition_variable changed;
+    std::atomic<bool> gone{false};
+    std::list<Urb> pending; // IN transfers waiting for data
+    std::list<Urb> done;    // finished, waiting to be reaped
+    std::map<uint8_t, std::deque<Bytes>> inPackets;
+    std::map<uint8_t, int> failNext, overReport;
+    int claimError = 0;
+    ControlHandler controlHandler;
+    Records rec;
+
+    // libusb sleeps in poll() for POLLOUT on the device node, a FIFO here:
+    // kept full it is not writable, drained it wakes libusb up to reap.
     void updateWakeLocked() {
+        char buf[4096] = {};
         if (done.empty())
-            sleepLocked();
+            while (write(fifo, buf, sizeof(buf)) > 0)
+                ;
         else
-            wakeLocked();
+            while (read(fifo, buf, sizeof(buf)) > 0)
+                ;
         changed.notify_all();
     }
 
@@ -171,28 +115,19 @@ struct UsbMockDevice::State {
     // Moves queued IN packets into the pending transfers, in order.
     void fillLocked() {
         for (auto it = pending.begin(); it != pending.end();) {
-            std::deque<Bytes>& q = inPackets[it->endpoint];
-            if (q.empty()) {
-                ++it;
-                continue;
-            }
             auto next = std::next(it);
+            std::deque<Bytes>& q = inPackets[it->endpoint];
             while (!q.empty()) {
                 Bytes p = std::move(q.front());
                 q.pop_front();
                 size_t room = size_t(it->length) - it->in.size();
+                it->in.insert(it->in.end(), p.begin(), p.begin() + long(std::min(room, p.size())));
                 if (p.size() > room) { // babble: more than the buffer holds
-                    it->in.insert(it->in.end(), p.begin(), p.begin() + long(room));
                     finishLocked(it, -EOVERFLOW);
                     break;
                 }
-                it->in.insert(it->in.end(), p.begin(), p.end());
-                if (p.size() < config.maxPacket || it->in.size() == size_t(it->length)) {
-                    auto over = overReport.find(it->endpoint);
-                    if (over != overReport.end()) {
-                        it->extra = over->second;
-                        overReport.erase(over);
-                    }
+                if (p.size() < MaxPacket || p.size() == room) {
+                    takeFault(overReport, it->endpoint, it->extra);
                     finishLocked(it, 0);
                     break;
                 }
@@ -202,113 +137,87 @@ struct UsbMockDevice::State {
         updateWakeLocked();
     }
 
-    bool standardRequest(const Setup& s, ControlReply& reply) {
-        if (s.requestType != 0x80 || s.request != GetDescriptor)
-            return false;
-        uint8_t type = uint8_t(s.value >> 8), index = uint8_t(s.value & 0xFF);
-        reply = ControlReply::stalled();
-        if (type == DescDevice)
-            reply = ControlReply::reply(deviceDescriptor);
-        else if (type == DescConfig && index == 0)
-            reply = ControlReply::reply(configDescriptor);
-        else if (type == DescString && index == 0)
-            reply = ControlReply::reply(Bytes{4, DescString, 0x09, 0x04});
-        else if (type == DescString && strings.count(index))
-            reply = ControlReply::reply(stringDescriptor(strings[index]));
-        return true;
+    ControlReply descriptor(uint8_t type, uint8_t index) {
+        if (type == 1)
+            return ControlReply{deviceDescriptor};
+        if (type == 2 && index == 0)
+            return ControlReply{configDescriptor};
+        if (type == 3 && index == 0)
+            return ControlReply{{4, 3, 0x09, 0x04}}; // English (US) only
+        if (type != 3 || !config.strings.count(index))
+            return ControlReply{{}, true};
+        const std::string& text = config.strings[index];
+        Bytes d{uint8_t(2 + 2 * std::min<size_t>(text.size(), 126)), 3};
+        for (size_t i = 0; i < text.size() && i < 126; i++)
+            d.insert(d.end(), {uint8_t(text[i]), 0});
+        return ControlReply{d};
     }
 
     void control(std::unique_lock<std::mutex>& lock, Urb& u) {
-        if (u.length < int(SetupSize)) {
+        if (u.length < SetupSize) {
             u.status = -EINVAL;
             return;
         }
-        const uint8_t* b = u.bytes();
+        const uint8_t* b = u.buffer->data;
         Setup s{b[0], b[1], uint16_t(b[2] | b[3] << 8), uint16_t(b[4] | b[5] << 8),
                 uint16_t(b[6] | b[7] << 8)};
-        u.length -= int(SetupSize);
+        u.length -= SetupSize;
         int room = std::min<int>(s.length, u.length);
         Bytes out;
         if (!s.isIn())
             out.assign(b + SetupSize, b + SetupSize + room);
 
-        ControlReply reply;
-        if (!standardRequest(s, reply)) {
-            ControlHandler h = controlHandler;
+        ControlReply reply{{}, s.isIn()};              // unanswered: IN stalls, OUT is accepted
+        if (s.requestType == 0x80 && s.request == 6) { // GET_DESCRIPTOR
+            reply = descriptor(uint8_t(s.value >> 8), uint8_t(s.value));
+        } else if (ControlHandler h = controlHandler) {
             lock.unlock(); // the handler may take its time and its own locks
-            if (h)
-                reply = h(s, out);
-            else
-                reply = s.isIn() ? ControlReply::stalled() : ControlReply::ack();
+            reply = h(s, out);
             lock.lock();
         }
-
-        ControlRequest rec{s, out, reply.stall};
-        if (reply.stall) {
+        if (reply.stall)
             u.status = -EPIPE;
-        } else if (s.isIn()) {
-            int n = std::min<int>(int(reply.data.size()), room);
-            u.in.assign(reply.data.begin(), reply.data.begin() + n);
-            rec.data = u.in;
-        } else {
+        else if (s.isIn())
+            out = u.in = Bytes(reply.data.begin(),
+                               reply.data.begin() + std::min<int>(reply.data.size(), room));
+        else
             u.actual = room;
-        }
-        controls.push_back(rec);
+        rec.controls.push_back(ControlRequest{s, out, reply.stall});
     }
 
     void submit(UMockdevIoctlClient* client, UMockdevIoctlData* arg) {
         std::unique_lock<std::mutex> lock(m);
-        if (gone || closing) {
-            umockdev_ioctl_client_complete(client, -1, ENODEV);
-            return;
-        }
-        Urb u{client, nullptr, nullptr, 0, 0, 0, 0, 0, 0, {}};
-        u.data = umockdev_ioctl_data_resolve(arg, 0, sizeof(usbdevfs_urb), nullptr);
-        if (!u.data) {
-            umockdev_ioctl_client_complete(client, -1, EFAULT);
-            return;
-        }
-        usbdevfs_urb* k = reinterpret_cast<usbdevfs_urb*>(u.data->data);
+        Urb u;
+        u.client = client;
+        u.data = gone ? nullptr : resolve(arg, 0, sizeof(usbdevfs_urb));
+        if (!u.data)
+            return umockdev_ioctl_client_complete(client, -1, gone ? ENODEV : EFAULT);
+        const usbdevfs_urb* k = reinterpret_cast<const usbdevfs_urb*>(u.data->data);
         u.type = k->type;
         u.endpoint = k->endpoint;
         u.length = std::max(k->buffer_length, 0);
         if (u.length > 0)
-            u.buffer = umockdev_ioctl_data_resolve(u.data, offsetof(usbdevfs_urb, buffer),
-                                                   size_t(u.length), nullptr);
-        if (u.length > 0 && !u.buffer) {
-            u.release();
-            umockdev_ioctl_client_complete(client, -1, EFAULT);
-            return;
-        }
-        bool in = (u.endpoint & 0x80) != 0;
+            u.buffer = resolve(u.data.get(), offsetof(usbdevfs_urb, buffer), size_t(u.length));
+        bool bulk = u.type == USBDEVFS_URB_TYPE_BULK || u.type == USBDEVFS_URB_TYPE_INTERRUPT;
+        int err = u.length > 0 && !u.buffer                      ? EFAULT
+                  : !bulk && u.type != USBDEVFS_URB_TYPE_CONTROL ? EINVAL
+                                                                 : 0;
+        if (err)
+            return umockdev_ioctl_client_complete(client, -1, err);
 
-        if (u.type == USBDEVFS_URB_TYPE_CONTROL) {
+        if (!bulk) {
             control(lock, u);
-        } else if (u.type != USBDEVFS_URB_TYPE_BULK && u.type != USBDEVFS_URB_TYPE_INTERRUPT) {
-            u.release();
-            umockdev_ioctl_client_complete(client, -1, EINVAL);
-            return;
-        } else if (!in) {
-            auto f = failOut.find(u.endpoint);
-            if (f != failOut.end()) {
-                u.status = f->second;
-                failOut.erase(f);
-            } else {
+        } else if (!(u.endpoint & 0x80)) {
+            if (!takeFault(failNext, u.endpoint, u.status))
                 u.actual = u.length;
-            }
-            outs.push_back(
-                OutTransfer{u.endpoint, Bytes(u.bytes(), u.bytes() + u.length), u.status});
+            const uint8_t* p = u.buffer ? u.buffer->data : nullptr;
+            rec.outs.push_back(OutTransfer{u.endpoint, Bytes(p, p + u.length), u.status});
         } else {
-            ins.push_back(InRequest{u.endpoint, u.length});
-            auto f = failIn.find(u.endpoint);
-            if (f != failIn.end()) {
-                u.status = f->second;
-                failIn.erase(f);
-            } else {
+            rec.ins[u.endpoint].push_back(u.length);
+            if (!takeFault(failNext, u.endpoint, u.status)) {
                 pending.push_back(u);
                 umockdev_ioctl_client_complete(client, 0, 0);
-                fillLocked();
-                return;
+                return fillLocked();
             }
         }
         done.push_back(u);
@@ -320,28 +229,20 @@ struct UsbMockDevice::State {
         std::lock_guard<std::mutex> lock(m);
         auto it = std::find_if(done.begin(), done.end(),
                                [client](const Urb& u) { return u.client == client; });
-        if (it == done.end()) {
-            updateWakeLocked();
-            umockdev_ioctl_client_complete(client, -1, gone ? ENODEV : EAGAIN);
-            return;
-        }
-        usbdevfs_urb* k = reinterpret_cast<usbdevfs_urb*>(it->data->data);
+        if (it == done.end())
+            return umockdev_ioctl_client_complete(client, -1, gone ? ENODEV : EAGAIN);
         if (!it->in.empty()) {
-            size_t offset = it->type == USBDEVFS_URB_TYPE_CONTROL ? SetupSize : 0;
-            memcpy(it->bytes() + offset, it->in.data(), it->in.size());
+            int offset = it->type == USBDEVFS_URB_TYPE_CONTROL ? SetupSize : 0;
+            memcpy(it->buffer->data + offset, it->in.data(), it->in.size());
             it->actual = int(it->in.size());
         }
+        usbdevfs_urb* k = reinterpret_cast<usbdevfs_urb*>(it->data->data);
         k->status = it->status;
         k->actual_length = it->actual + it->extra;
-        UMockdevIoctlData* ptr = umockdev_ioctl_data_resolve(arg, 0, sizeof(void*), nullptr);
-        if (ptr) {
-            umockdev_ioctl_data_set_ptr(ptr, 0, it->data);
-            umockdev_ioctl_client_complete(client, 0, 0);
-            g_object_unref(ptr);
-        } else {
-            umockdev_ioctl_client_complete(client, -1, EFAULT);
-        }
-        it->release();
+        Ref ptr = resolve(arg, 0, sizeof(void*));
+        if (ptr)
+            umockdev_ioctl_data_set_ptr(ptr.get(), 0, it->data.get());
+        umockdev_ioctl_client_complete(client, ptr ? 0 : -1, ptr ? 0 : EFAULT);
         done.erase(it);
         updateWakeLocked();
     }
@@ -353,184 +254,82 @@ struct UsbMockDevice::State {
         auto it = std::find_if(pending.begin(), pending.end(), [&](const Urb& u) {
             return u.client == client && u.data->client_addr == addr;
         });
-        if (it == pending.end()) {
-            umockdev_ioctl_client_complete(client, -1, EINVAL);
-            return;
-        }
+        if (it == pending.end())
+            return umockdev_ioctl_client_complete(client, -1, EINVAL);
         finishLocked(it, -ENOENT); // bytes already received stay with it
         umockdev_ioctl_client_complete(client, 0, 0);
         updateWakeLocked();
     }
 
-    void interfaceEvent(UMockdevIoctlClient* client, UMockdevIoctlData* arg,
-                        InterfaceEvent::Kind kind) {
+    // Claim, release and alternate setting: the interface number comes first.
+    void interfaceEvent(UMockdevIoctlClient* client, UMockdevIoctlData* arg, unsigned long req) {
         std::lock_guard<std::mutex> lock(m);
-        if (gone) {
-            umockdev_ioctl_client_complete(client, -1, ENODEV);
-            return;
+        bool alt = req == USBDEVFS_SETINTERFACE, claim = !alt && req != USBDEVFS_RELEASEINTERFACE;
+        Ref p = resolve(arg, 0, alt ? sizeof(usbdevfs_setinterface) : sizeof(unsigned int));
+        int err = gone ? ENODEV : !p ? EFAULT : claim ? claimError : 0;
+        if (!err) {
+            const unsigned int* v = reinterpret_cast<const unsigned int*>(p->data);
+            std::string what = claim ? "claim " : alt ? "alt " : "release ";
+            rec.interfaces.push_back(what + std::to_string(v[0]) +
+                                     (alt ? " " + std::to_string(v[1]) : ""));
         }
-        InterfaceEvent e{kind, 0, 0};
-        size_t size = kind == InterfaceEvent::Claim || kind == InterfaceEvent::Release
-                          ? sizeof(unsigned int)
-                          : sizeof(usbdevfs_setinterface);
-        UMockdevIoctlData* p = umockdev_ioctl_data_resolve(arg, 0, size, nullptr);
-        if (p && kind == InterfaceEvent::SetAltSetting) {
-            const usbdevfs_setinterface* si =
-                reinterpret_cast<const usbdevfs_setinterface*>(p->data);
-            e.interface = si->interface;
-            e.altSetting = si->altsetting;
-        } else if (p) {
-            memcpy(&e.interface, p->data, sizeof(unsigned int));
-        }
-        if (p)
-            g_object_unref(p);
-        if (kind == InterfaceEvent::Claim && claimError) {
-            umockdev_ioctl_client_complete(client, -1, claimError);
-            return;
-        }
-        ifEvents.push_back(e);
-        umockdev_ioctl_client_complete(client, 0, 0);
-    }
-
-    gboolean handleIoctl(UMockdevIoctlClient* client) {
-        unsigned long request = umockdev_ioctl_client_get_request(client);
-        UMockdevIoctlData* arg = umockdev_ioctl_client_get_arg(client);
-
-        switch (request) {
-        case USBDEVFS_GET_CAPABILITIES: {
-            UMockdevIoctlData* p = umockdev_ioctl_data_resolve(arg, 0, sizeof(uint32_t), nullptr);
-            if (p) {
-                uint32_t caps = USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_BULK_CONTINUATION |
-                                USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
-                                USBDEVFS_CAP_REAP_AFTER_DISCONNECT | USBDEVFS_CAP_ZERO_PACKET;
-                memcpy(p->data, &caps, sizeof(caps));
-                g_object_unref(p);
-            }
-            umockdev_ioctl_client_complete(client, 0, 0);
-            return TRUE;
-        }
-        case USBDEVFS_SUBMITURB:
-            submit(client, arg);
-            return TRUE;
-        case USBDEVFS_REAPURB:
-        case USBDEVFS_REAPURBNDELAY:
-            reap(client, arg);
-            return TRUE;
-        case USBDEVFS_DISCARDURB:
-            discard(client, arg);
-            return TRUE;
-        case USBDEVFS_CLAIMINTERFACE:
-        case USBDEVFS_DISCONNECT_CLAIM: // same layout: the interface number first
-            interfaceEvent(client, arg, InterfaceEvent::Claim);
-            return TRUE;
-        case USBDEVFS_RELEASEINTERFACE:
-            interfaceEvent(client, arg, InterfaceEvent::Release);
-            return TRUE;
-        case USBDEVFS_SETINTERFACE:
-            interfaceEvent(client, arg, InterfaceEvent::SetAltSetting);
-            return TRUE;
-        case USBDEVFS_SETCONFIGURATION:
-        case USBDEVFS_CLEAR_HALT:
-        case USBDEVFS_RESETEP:
-        case USBDEVFS_RESET: {
-            std::lock_guard<std::mutex> lock(m);
-            umockdev_ioctl_client_complete(client, gone ? -1 : 0, gone ? ENODEV : 0);
-            return TRUE;
-        }
-        case USBDEVFS_GETDRIVER:
-        case USBDEVFS_IOCTL: // no kernel driver is ever bound
-            umockdev_ioctl_client_complete(client, -1, ENODATA);
-            return TRUE;
-        default:
-            fprintf(stderr, "usbmock: %s: unhandled ioctl 0x%lx\n", devNode.c_str(), request);
-            umockdev_ioctl_client_complete(client, -1, ENOTTY);
-            return TRUE;
-        }
-    }
-
-    void clientConnected(UMockdevIoctlClient* client) {
-        std::lock_guard<std::mutex> lock(m);
-        clients.insert(client);
-        // umockdev has no signal for a closed client: watch its "connected"
-        // property and, should that never change, its end.
-        g_signal_connect(client, "notify::connected", G_CALLBACK(onClientNotify), this);
-        g_object_weak_ref(G_OBJECT(client), onClientGone, this);
-        changed.notify_all();
-    }
-
-    void unwatchLocked(UMockdevIoctlClient* client) {
-        g_signal_handlers_disconnect_by_data(client, this);
-        g_object_weak_unref(G_OBJECT(client), onClientGone, this);
-    }
-
-    void clientVanished(UMockdevIoctlClient* client, bool finalized) {
-        std::lock_guard<std::mutex> lock(m);
-        if (!clients.erase(client))
-            return;
-        if (!finalized)
-            unwatchLocked(client);
-        for (std::list<Urb>* l : {&pending, &done}) {
-            for (auto it = l->begin(); it != l->end();) {
-                if (it->client == client) {
-                    it->release();
-                    it = l->erase(it);
-                } else {
-                    ++it;
-                }
-            }
-        }
-        updateWakeLocked();
+        umockdev_ioctl_client_complete(client, err ? -1 : 0, err);
     }
 
     static gboolean onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-        return static_cast<State*>(self)->handleIoctl(client);
-    }
-    static void onConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-        static_cast<State*>(self)->clientConnected(client);
-    }
-    static void onClientNotify(GObject* client, GParamSpec*, gpointer self) {
-        UMockdevIoctlClient* c = reinterpret_cast<UMockdevIoctlClient*>(client);
-        if (!umockdev_ioctl_client_get_connected(c))
-            static_cast<State*>(self)->clientVanished(c, false);
-    }
-    static void onClientGone(gpointer self, GObject* client) {
-        static_cast<State*>(self)->clientVanished(reinterpret_cast<UMockdevIoctlClient*>(client),
-                                                  true);
+        State* s = static_cast<State*>(self);
+        unsigned long r = umockdev_ioctl_client_get_request(client);
+        UMockdevIoctlData* arg = umockdev_ioctl_client_get_arg(client);
+        if (r == USBDEVFS_SUBMITURB) {
+            s->submit(client, arg);
+        } else if (r == USBDEVFS_REAPURB || r == USBDEVFS_REAPURBNDELAY) {
+            s->reap(client, arg);
+        } else if (r == USBDEVFS_DISCARDURB) {
+            s->discard(client, arg);
+        } else if (r == USBDEVFS_CLAIMINTERFACE || r == USBDEVFS_DISCONNECT_CLAIM ||
+                   r == USBDEVFS_RELEASEINTERFACE || r == USBDEVFS_SETINTERFACE) {
+            s->interfaceEvent(client, arg, r);
+        } else if (r == USBDEVFS_GET_CAPABILITIES) {
+            uint32_t caps = USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_BULK_CONTINUATION |
+                            USBDEVFS_CAP_NO_PACKET_SIZE_LIM | USBDEVFS_CAP_REAP_AFTER_DISCONNECT |
+                            USBDEVFS_CAP_ZERO_PACKET;
+            Ref p = resolve(arg, 0, sizeof(caps));
+            if (p)
+                memcpy(p->data, &caps, sizeof(caps));
+            umockdev_ioctl_client_complete(client, p ? 0 : -1, p ? 0 : EFAULT);
+        } else if (r == USBDEVFS_SETCONFIGURATION || r == USBDEVFS_CLEAR_HALT ||
+                   r == USBDEVFS_RESETEP || r == USBDEVFS_RESET) {
+            umockdev_ioctl_client_complete(client, s->gone ? -1 : 0, s->gone ? ENODEV : 0);
+        } else if (r == USBDEVFS_GETDRIVER || r == USBDEVFS_IOCTL) { // no driver is ever bound
+            umockdev_ioctl_client_complete(client, -1, ENODATA);
+        } else {
+            fprintf(stderr, "usbmock: %s: unhandled ioctl 0x%lx\n", s->devNode.c_str(), r);
+            umockdev_ioctl_client_complete(client, -1, ENOTTY);
+        }
+        return TRUE;
     }
 };
 
-UsbMockDevice::UsbMockDevice() : d(new State) {}
+UsbMockDevice::UsbMockDevice(const DeviceConfig& config) : d(new State(config)) {}
 UsbMockDevice::~UsbMockDevice() {}
-
-const std::string& UsbMockDevice::sysPath() const {
-    return d->sysPath;
-}
-const std::string& UsbMockDevice::devNode() const {
-    return d->devNode;
-}
 
 void UsbMockDevice::queueIn(uint8_t ep, const Bytes& data, bool terminate) {
     std::lock_guard<std::mutex> lock(d->m);
-    std::deque<Bytes>& q = d->inPackets[ep];
-    size_t mp = d->config.maxPacket;
-    for (size_t pos = 0; pos < data.size(); pos += mp)
-        q.push_back(Bytes(data.begin() + pos, data.begin() + std::min(data.size(), pos + mp)));
-    if (terminate && data.size() % mp == 0)
-        q.push_back(Bytes()); // zero-length packet ends the transfer
+    for (size_t pos = 0; pos < data.size(); pos += MaxPacket)
+        d->inPackets[ep].emplace_back(data.begin() + long(pos),
+                                      data.begin() + long(std::min(data.size(), pos + MaxPacket)));
+    if (terminate && data.size() % MaxPacket == 0)
+        d->inPackets[ep].emplace_back(); // zero-length packet ends the transfer
     d->fillLocked();
 }
 
-void UsbMockDevice::failNextIn(uint8_t ep, int status) {
+void UsbMockDevice::failNext(uint8_t ep, int status) {
     std::lock_guard<std::mutex> lock(d->m);
-    d->failIn[ep] = status;
+    d->failNext[ep] = status;
 }
 void UsbMockDevice::overReportNextIn(uint8_t ep, int extra) {
     std::lock_guard<std::mutex> lock(d->m);
     d->overReport[ep] = extra;
-}
-void UsbMockDevice::failNextOut(uint8_t ep, int status) {
-    std::lock_guard<std::mutex> lock(d->m);
-    d->failOut[ep] = status;
 }
 void UsbMockDevice::failClaim(int err) {
     std::lock_guard<std::mutex> lock(d->m);
@@ -541,31 +340,11 @@ void UsbMockDevice::setControlHandler(ControlHandler handler) {
     d->controlHandler = std::move(handler);
 }
 
-std::vector<OutTransfer> UsbMockDevice::outTransfers() const {
+Records UsbMockDevice::records() const {
     std::lock_guard<std::mutex> lock(d->m);
-    return d->outs;
+    return d->rec;
 }
-std::vector<ControlRequest> UsbMockDevice::controlRequests() const {
-    std::lock_guard<std::mutex> lock(d->m);
-    return d->controls;
-}
-std::vector<InRequest> UsbMockDevice::inRequests() const {
-    std::lock_guard<std::mutex> lock(d->m);
-    return d->ins;
-}
-std::vector<InterfaceEvent> UsbMockDevice::interfaceEvents() const {
-    std::lock_guard<std::mutex> lock(d->m);
-    return d->ifEvents;
-}
-int UsbMockDevice::openCount() const {
-    std::lock_guard<std::mutex> lock(d->m);
-    return int(d->clients.size());
-}
-int UsbMockDevice::pendingIn(uint8_t ep) const {
-    std::lock_guard<std::mutex> lock(d->m);
-    return int(std::count_if(d->pending.begin(), d->pending.end(),
-                             [ep](const Urb& u) { return u.endpoint == ep; }));
-}
+
 bool UsbMockDevice::waitPendingIn(uint8_t ep, int timeoutMs) const {
     std::unique_lock<std::mutex> lock(d->m);
     return d->changed.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
@@ -573,20 +352,12 @@ bool UsbMockDevice::waitPendingIn(uint8_t ep, int timeoutMs) const {
                            [ep](const Urb& u) { return u.endpoint == ep; });
     });
 }
-void UsbMockDevice::clearRecords() {
-    std::lock_guard<std::mutex> lock(d->m);
-    d->outs.clear();
-    d->controls.clear();
-    d->ins.clear();
-    d->ifEvents.clear();
-}
 
 void UsbMockDevice::unplug() {
     {
         std::lock_guard<std::mutex> lock(d->m);
-        if (d->gone)
+        if (d->gone.exchange(true))
             return;
-        d->gone = true;
         while (!d->pending.empty())
             d->finishLocked(d->pending.begin(), -ENODEV);
         d->updateWakeLocked();
@@ -595,14 +366,8 @@ void UsbMockDevice::unplug() {
     umockdev_testbed_remove_device(d->testbed, d->sysPath.c_str());
 }
 
-bool UsbMockDevice::plugged() const {
-    std::lock_guard<std::mutex> lock(d->m);
-    return !d->gone;
-}
-
 struct UsbMockBus::Impl {
-    UMockdevTestbed* testbed = nullptr;
-    std::string root;
+    UMockdevTestbed* testbed = umockdev_testbed_new();
     int nextDevice = 2;
     std::vector<std::unique_ptr<UsbMockDevice>> devices;
 };
@@ -610,107 +375,89 @@ struct UsbMockBus::Impl {
 bool UsbMockBus::available(std::string* why) {
     // umockdev_in_mock_environment() caches its first answer, which is false
     // until a testbed exists; ask the loader whether the preload is in.
-    if (void* preload = dlopen("libumockdev-preload.so.0", RTLD_NOW | RTLD_NOLOAD)) {
+    void* preload = dlopen("libumockdev-preload.so.0", RTLD_NOW | RTLD_NOLOAD);
+    if (preload)
         dlclose(preload);
-        return true;
-    }
-    if (why)
+    else if (why)
         *why = "not running under umockdev-wrapper (LD_PRELOAD of libumockdev-preload)";
-    return false;
+    return preload != nullptr;
 }
 
-UsbMockBus::UsbMockBus() : d(new Impl) {
-    d->testbed = umockdev_testbed_new();
-    gchar* root = umockdev_testbed_get_root_dir(d->testbed);
-    d->root = root;
-    g_free(root);
-}
+UsbMockBus::UsbMockBus() : d(new Impl) {}
 
 UsbMockBus::~UsbMockBus() {
     for (auto& dev : d->devices) {
-        std::lock_guard<std::mutex> lock(dev->d->m);
-        dev->d->closing = true;
-        for (UMockdevIoctlClient* c : dev->d->clients)
-            dev->d->unwatchLocked(c);
-        dev->d->clients.clear();
-    }
-    for (auto& dev : d->devices) {
+        dev->d->gone = true;
         umockdev_testbed_detach_ioctl(d->testbed, dev->d->devNode.c_str(), nullptr);
         g_signal_handlers_disconnect_by_data(dev->d->handler, dev->d.get());
     }
     g_object_unref(d->testbed);
-    d->devices.clear();
 }
 
 UsbMockDevice& UsbMockBus::addDevice(const DeviceConfig& config) {
-    std::unique_ptr<UsbMockDevice> dev(new UsbMockDevice);
-    UsbMockDevice::State& s = *dev->d;
+    d->devices.emplace_back(new UsbMockDevice(config));
+    UsbMockDevice::State& s = *d->devices.back()->d;
     int num = d->nextDevice++;
-    char node[64], sys[96];
+    char node[32], sys[64], text[512];
     snprintf(node, sizeof(node), "/dev/bus/usb/001/%03d", num);
     snprintf(sys, sizeof(sys), "/devices/pci0000:00/0000:00:14.0/usb1/1-%d", num - 1);
-    s.config = config;
-    if (s.config.maxPacket == 0)
-        s.config.maxPacket = 512;
     s.testbed = d->testbed;
     s.devNode = node;
     s.sysPath = std::string("/sys") + sys;
-
-    s.strings = config.strings;
-    uint8_t iManufacturer = 0, iProduct = 0, iSerial = 0;
-    if (!config.manufacturer.empty())
-        s.strings[iManufacturer = 1] = config.manufacturer;
-    if (!config.product.empty())
-        s.strings[iProduct = 2] = config.product;
     if (config.hasSerial)
-        s.strings[iSerial = 3] = config.serial;
-    s.configDescriptor = config.configDescriptor.empty()
-                             ? defaultConfigDescriptor(s.config.maxPacket)
-                             : config.configDescriptor;
-    s.deviceDescriptor = Bytes{18, DescDevice, 0x00, 0x02, 0, 0, 0, 64};
-    append(s.deviceDescriptor, le16(config.vendorId));
-    append(s.deviceDescriptor, le16(config.productId));
-    append(s.deviceDescriptor, le16(config.bcdDevice));
-    append(s.deviceDescriptor, Bytes{iManufacturer, iProduct, iSerial, 1});
+        s.config.strings[3] = config.serial;
+
+    s.configDescriptor = !config.configDescriptor.empty()
+                             ? config.configDescriptor
+                             : Bytes{9, 2, 32,   0, 1, 1,    0, 0x80, 50, // one configuration,
+                                     9, 4, 0,    0, 2, 0xFF, 0, 0,    0,  // interface 0 (vendor),
+                                     7, 5, 0x81, 2, 0, 2,    0,           // bulk IN
+                                     7, 5, 0x01, 2, 0, 2,    0};          // and bulk OUT
+    Bytes& dd = s.deviceDescriptor;
+    dd = {18, 1, 0x00, 0x02, 0, 0, 0, 64}; // USB 2.0, 64-byte control packets
+    for (uint16_t v : {config.vendorId, config.productId, uint16_t(0x0100)})
+        dd.insert(dd.end(), {uint8_t(v), uint8_t(v >> 8)});
+    dd.insert(dd.end(),
+              {uint8_t(s.config.strings.count(1) ? 1 : 0),
+               uint8_t(s.config.strings.count(2) ? 2 : 0), uint8_t(config.hasSerial ? 3 : 0), 1});
 
     // The handler must be in place before the device appears.
     s.handler = umockdev_ioctl_base_new();
     g_signal_connect_after(s.handler, "handle-ioctl", G_CALLBACK(UsbMockDevice::State::onIoctl),
                            &s);
-    g_signal_connect(s.handler, "client-connected", G_CALLBACK(UsbMockDevice::State::onConnected),
-                     &s);
     umockdev_testbed_attach_ioctl(d->testbed, node, s.handler, nullptr);
 
-    char text[1024];
     snprintf(text, sizeof(text),
              "P: %s\nN: %s\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNAME=%s\n"
              "E: BUSNUM=001\nE: DEVNUM=%03d\nE: MAJOR=189\nE: MINOR=%d\n"
-             "A: busnum=1\\n\nA: devnum=%d\\n\nA: speed=480\\n\nA: bConfigurationValue=1\\n\n",
+             "A: busnum=1\\n\nA: devnum=%d\\n\nA: speed=480\\n\nA: bConfigurationValue=1\\n\n"
+             "H: descriptors=",
              sys, node + 5, node, num, num - 1, num);
     std::string desc = text;
     Bytes all = s.deviceDescriptor;
-    append(all, s.configDescriptor);
-    desc += "H: descriptors=" + hex(all) + "\n";
+    all.insert(all.end(), s.configDescriptor.begin(), s.configDescriptor.end());
+    for (uint8_t c : all) {
+        snprintf(text, sizeof(text), "%02X", c);
+        desc += text;
+    }
     GError* err = nullptr;
-    if (!umockdev_testbed_add_from_string(d->testbed, desc.c_str(), &err)) {
+    if (!umockdev_testbed_add_from_string(d->testbed, (desc + "\n").c_str(), &err)) {
         fprintf(stderr, "usbmock: cannot add %s: %s\n", node, err ? err->message : "?");
         g_clear_error(&err);
     }
 
     // Replace the plain-file node by a FIFO so that libusb's poll() sleeps.
-    std::string path = d->root + node;
+    gchar* root = umockdev_testbed_get_root_dir(d->testbed);
+    std::string path = std::string(root) + node;
+    g_free(root);
     unlink(path.c_str());
     if (mkfifo(path.c_str(), 0666) == 0)
         s.fifo = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    if (s.fifo < 0) {
+    if (s.fifo < 0)
         fprintf(stderr, "usbmock: cannot make FIFO %s: %s\n", path.c_str(), strerror(errno));
-    } else {
-        fcntl(s.fifo, F_SETPIPE_SZ, 4096);
-        std::lock_guard<std::mutex> lock(s.m);
-        s.sleepLocked();
-    }
-
-    d->devices.push_back(std::move(dev));
+    fcntl(s.fifo, F_SETPIPE_SZ, 4096);
+    std::lock_guard<std::mutex> lock(s.m);
+    s.updateWakeLocked();
     return *d->devices.back();
 }
 
@@ -720,14 +467,10 @@ UsbMockDevice& UsbMockBus::addDevice(const DeviceConfig& config) {
 // libumockdev, GLib and libudev are not built with ThreadSanitizer: their
 // locks are invisible to it, so the memory they touch through intercepted
 // calls (malloc, strlen, getrandom, ...) looks racy. Ignore those calls only;
-// everything done by this harness, the code under test and libusb's locking
-// stays checked.
+// this harness, the code under test and libusb's locking stay checked.
 extern "C" const char* __tsan_default_suppressions() {
-    return "called_from_lib:libumockdev.so.0\n"
-           "called_from_lib:libglib-2.0.so.0\n"
-           "called_from_lib:libgobject-2.0.so.0\n"
-           "called_from_lib:libgio-2.0.so.0\n"
-           "called_from_lib:libudev.so.1\n"
-           "mutex:libglib-2.0.so.0\n";
+    return "called_from_lib:libumockdev.so.0\ncalled_from_lib:libglib-2.0.so.0\n"
+           "called_from_lib:libgobject-2.0.so.0\ncalled_from_lib:libgio-2.0.so.0\n"
+           "called_from_lib:libudev.so.1\nmutex:libglib-2.0.so.0\n";
 }
 #endif
