@@ -179,7 +179,7 @@ public:
     ZError validate() override { return refuse; }
     ZError fileDeleteServe(const ZString& path) override {
         texts.push_back(path);
-        return ZError();
+        return answer;
     }
     ZError sendMessageServe(const unsigned int&, const ZString& text) override {
         texts.push_back(text);
@@ -190,7 +190,7 @@ public:
         return ZError();
     }
 
-    ZError refuse;
+    ZError refuse, answer;
     std::vector<ZString> texts;
     int blocks = 0;
 };
@@ -234,6 +234,15 @@ TEST(TavroServe, HostileAndUnknownRequests) {
         EXPECT_FALSE(w.tavro.processRx());
         EXPECT_EQ(drain(w.far), packet(0x8039, errorRecord(0), 0, 2, 2));
         EXPECT_EQ(w.tavro.texts.at(0), "abcde");
+    }
+    {
+        // The serving error goes back with its text cut to 32 characters.
+        Wire<Unit> w;
+        w.tavro.answer = ZError(-3, "A text longer than thirty-two characters");
+        send(w.far, packet(57, {'a', 0, 0, 0}, 0, 9, 7));
+        EXPECT_FALSE(w.tavro.processRx());
+        EXPECT_EQ(drain(w.far),
+                  packet(0x8039, errorRecord(-3, "A text longer than thirty-two ch"), 0, 7, 2));
     }
     {
         // One-way requests are never answered, not even with an error.

@@ -295,6 +295,10 @@ struct Setup {
     bool threaded;
 };
 
+void PrintTo(const Setup& s, std::ostream* os) {
+    *os << s.what;
+}
+
 class TavroLoop : public ::testing::TestWithParam<Setup> {};
 
 } // namespace

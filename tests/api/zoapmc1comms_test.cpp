@@ -11,12 +11,9 @@ namespace {
 
 const Bytes Payload8 = {'0', '1', '2', '3', '4', '5', '6', '7'};
 
-// A channel that keeps every request it is sent (header and payload) and can
-// answer with four result bytes or an error reply.
+// A channel that keeps every request it is sent (header and payload).
 class Channel : public ZoapMc1Comms {
 public:
-    enum Answer { None, Reply, ErrorReply };
-
     explicit Channel(bool threaded, unsigned int maxPacket = 256)
         : ZoapMc1Comms(threaded, maxPacket) {}
 
@@ -29,21 +26,12 @@ public:
             std::lock_guard<std::mutex> lock(mutex);
             requests.push_back(Bytes(packetRx(), packetRx() + h.length));
         }
-        if (answer == Reply) {
-            memcpy(packetTxBuffer() + HeaderSize, "abcd", 4);
-            return sendReply(4, answerError);
-        }
-        if (answer == ErrorReply)
-            return sendErrorReply(answerError);
         return ZError();
     }
     std::vector<Bytes> taken() {
         std::lock_guard<std::mutex> lock(mutex);
         return requests;
     }
-
-    Answer answer = None;
-    ZError answerError;
 
 private:
     std::mutex mutex;
@@ -307,31 +295,4 @@ TEST(ZoapMc1Comms, ShortAndLongReplies) {
     EXPECT_FALSE(l.channel.packetRxEnd());
     EXPECT_FALSE(l.channel.processRx());
     EXPECT_EQ(l.channel.taken().at(1), next);
-}
-
-TEST(ZoapMc1Comms, RepliesToTheUnit) {
-    Link l(false);
-    l.channel.answer = Channel::Reply;
-    l.channel.answerError = ZError(-3, "A text longer than thirty-two characters");
-    send(l.far, packet(12, Payload8, 0, 9, 7));
-    EXPECT_FALSE(l.channel.processRx());
-    // To the request's source, from the channel's own source address.
-    Bytes text(38, 0);
-    memcpy(text.data(), "A text longer than thirty-two ch", 32);
-    EXPECT_EQ(drain(l.far), packet(0x800C, cat({'a', 'b', 'c', 'd', 0xFD, 0xFF}, text), 0, 7, 2));
-
-    l.channel.answer = Channel::ErrorReply;
-    l.channel.answerError = ZError(5, "No such function");
-    send(l.far, packet(19, Bytes(), 0, 9, 7));
-    EXPECT_FALSE(l.channel.processRx());
-    Bytes reply = drain(l.far);
-    EXPECT_EQ(reply, packet(0x8013, errorRecord(5, "No such function"), 1, 7, 2));
-    EXPECT_EQ(reply.size(), 56u);
-
-    // A reply that does not fit the transmit buffer becomes an error reply.
-    Link tight(false, 40);
-    tight.channel.answer = Channel::Reply;
-    send(tight.far, packet(12, Bytes(), 0, 9, 7));
-    EXPECT_FALSE(tight.channel.processRx());
-    EXPECT_EQ(drain(tight.far), packet(0x800C, errorRecord(6, "ZoapMc1 reply too large"), 1, 7, 2));
 }
