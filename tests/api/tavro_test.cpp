@@ -16,9 +16,8 @@ namespace {
 
 template <class T>
 Bytes image(const T& v) {
-    Bytes b(sizeof(T));
-    memcpy(b.data(), static_cast<const void*>(&v), sizeof(T));
-    return b;
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(&v);
+    return Bytes(p, p + sizeof(T));
 }
 
 template <class T>
@@ -95,8 +94,8 @@ TEST(TavroRequest, ArgumentShapesOnTheWire) {
         {"one-way word, string", [](Tavro& t) { return t.sendMessage(7, "hi"); },
          packet(95, {7, 0, 0, 0, 'h', 'i', 0, 0}), true},
     };
+    Wire<> w;
     for (const Case& c : cases) {
-        Wire<> w;
         if (!c.oneWay)
             send(w.far, packet(c.request[8] | 0x8000, errorRecord(0)));
         EXPECT_FALSE(c.call(w.tavro)) << c.what;
@@ -105,68 +104,54 @@ TEST(TavroRequest, ArgumentShapesOnTheWire) {
     }
 }
 
+// The exchanges below share one stream, which therefore also shows that
+// every reply is read to its end.
 TEST(TavroReply, ResultShapes) {
-    {
-        Wire<> w;
-        const NodeStatus sent = patterned<NodeStatus>(3);
-        send(w.far, packet(0x8008, cat(image(sent), errorRecord(0))));
-        NodeStatus status;
-        EXPECT_FALSE(w.tavro.getStatus(status));
-        EXPECT_EQ(image(status), image(sent));
-    }
-    {
-        // A result and an error together.
-        Wire<> w;
-        send(w.far, packet(0x802D, cat({0x78, 0x56, 0x34, 0x12}, errorRecord(3, "warn"))));
-        unsigned int value = 0;
-        expectError(w.tavro.getDigital(value), 3, "warn");
-        EXPECT_EQ(value, 0x12345678u);
-    }
+    Wire<> w;
+    const NodeStatus sent = patterned<NodeStatus>(3), before = patterned<NodeStatus>(9);
+    NodeStatus status;
+    send(w.far, packet(0x8008, cat(image(sent), errorRecord(0))));
+    EXPECT_FALSE(w.tavro.getStatus(status));
+    EXPECT_EQ(image(status), image(sent));
+
+    // A result and an error together.
+    send(w.far, packet(0x802D, cat({0x78, 0x56, 0x34, 0x12}, errorRecord(3, "warn"))));
+    unsigned int value = 0;
+    expectError(w.tavro.getDigital(value), 3, "warn");
+    EXPECT_EQ(value, 0x12345678u);
+
+    // getSwitch reads one byte: the reply is 57 bytes long.
     for (uint8_t b : {0, 1, 2}) {
-        // getSwitch reads one byte: the reply is 57 bytes long.
-        Wire<> w;
         send(w.far, packet(0x802F, cat({b}, errorRecord(0))));
         bool on = b == 0;
         EXPECT_FALSE(w.tavro.getSwitch(1, on));
         EXPECT_EQ(on, b != 0);
     }
-    {
-        // An error reply: status 1, length 56, the result left alone; the
-        // error number is sign-extended.
-        Wire<> w;
-        const NodeStatus before = patterned<NodeStatus>(9);
-        NodeStatus status = before;
-        Bytes reply = packet(0x8008, errorRecord(-5, "Refused"), 1);
-        ASSERT_EQ(reply.size(), 56u);
-        send(w.far, reply);
-        expectError(w.tavro.getStatus(status), -5, "Refused");
-        EXPECT_EQ(image(status), image(before));
-    }
-    {
-        // 38 bytes of text without a zero are cut there.
-        Wire<> w;
-        send(w.far, packet(0x8003, errorRecord(7, "0123456789012345678901234567890123456789")));
-        expectError(w.tavro.logout(), 7, "01234567890123456789012345678901234567");
-    }
-    {
-        // A reply too short for its result: refused, the record left alone,
-        // the stream still in step for the next call.
-        Wire<> w;
-        const NodeStatus before = patterned<NodeStatus>(4);
-        NodeStatus status = before;
-        send(w.far, cat(packet(0x8008, errorRecord(0)), packet(0x8003, errorRecord(0))));
-        expectError(w.tavro.getStatus(status), 6, "Currupt packet");
-        EXPECT_EQ(image(status), image(before));
-        EXPECT_FALSE(w.tavro.logout());
-    }
-    {
-        Tavro alone(true, 1024);
-        EXPECT_EQ(uint32_t(alone.getApiVersion()), 0x00010000u);
-        NodeStatus status;
-        expectError(alone.getStatus(status), 5, "No connection");
-        Tavro tiny(true, 16);
-        expectError(tiny.status(), 1, "ZoapMc1 packet size too small");
-    }
+
+    // An error reply: status 1, length 56, the result left alone; the error
+    // number is sign-extended.
+    status = before;
+    Bytes reply = packet(0x8008, errorRecord(-5, "Refused"), 1);
+    ASSERT_EQ(reply.size(), 56u);
+    send(w.far, reply);
+    expectError(w.tavro.getStatus(status), -5, "Refused");
+    EXPECT_EQ(image(status), image(before));
+
+    // 38 bytes of text without a zero are cut there.
+    send(w.far, packet(0x8003, errorRecord(7, "0123456789012345678901234567890123456789")));
+    expectError(w.tavro.logout(), 7, "01234567890123456789012345678901234567");
+
+    // A reply too short for its result: refused, the record left alone, the
+    // stream still in step for the next call.
+    send(w.far, cat(packet(0x8008, errorRecord(0)), packet(0x8003, errorRecord(0))));
+    expectError(w.tavro.getStatus(status), 6, "Currupt packet");
+    EXPECT_EQ(image(status), image(before));
+    EXPECT_FALSE(w.tavro.logout());
+
+    Tavro alone(true, 1024), tiny(true, 16);
+    EXPECT_EQ(uint32_t(alone.getApiVersion()), 0x00010000u);
+    expectError(alone.getStatus(status), 5, "No connection");
+    expectError(tiny.status(), 1, "ZoapMc1 packet size too small");
 }
 
 namespace {
@@ -195,79 +180,69 @@ public:
     int blocks = 0;
 };
 
+// The reply of unit (own address 2) to a request from source 2.
+Bytes replyTo(uint16_t function, const ZError& e, uint16_t status = 1, uint16_t to = 2) {
+    return packet(function | 0x8000, errorRecord(int16_t(e.number), e.string.str()), status, to, 2);
+}
+
 } // namespace
 
 TEST(TavroServe, HostileAndUnknownRequests) {
-    const Bytes shortBlock(10, 0x55);
+    const char *tooShort = "ZoapMc1 request too short", *open = "ZoapMc1 string not terminated";
     struct Case {
         Bytes request;
-        int number;
-        const char* text;
+        ZError error;
     };
     const Case refused[] = {
-        {packet(31, shortBlock), 6, "ZoapMc1 request too short"},
-        {packet(12), 6, "ZoapMc1 request too short"},
-        {packet(95, {7, 0, 0}), 6, "ZoapMc1 request too short"},
-        {packet(57, {'a', 'b', 'c', 'd'}), 6, "ZoapMc1 string not terminated"},
-        {packet(95, {7, 0, 0, 0}), 6, "ZoapMc1 string not terminated"},
-        {packet(4, {'a', 0, 0, 0, 'b', 'c'}), 6, "ZoapMc1 string not terminated"},
-        {packet(19), 5, "No such function"},
-        {packet(104), 5, "No such function"},
-        {packet(0), 5, "No such function"},
-        {packet(0x7FFF), 5, "No such function"},
+        {packet(31, Bytes(10, 0x55)), ZError(6, tooShort)},
+        {packet(12), ZError(6, tooShort)},
+        {packet(95, {7, 0, 0}), ZError(6, tooShort)},
+        {packet(57, {'a', 'b', 'c', 'd'}), ZError(6, open)},
+        {packet(95, {7, 0, 0, 0}), ZError(6, open)},
+        {packet(4, {'a', 0, 0, 0, 'b', 'c'}), ZError(6, open)},
+        {packet(19), ZError(5, "No such function")},
+        {packet(104), ZError(5, "No such function")},
+        {packet(0), ZError(5, "No such function")},
+        {packet(0x7FFF), ZError(5, "No such function")},
     };
+    Wire<Unit> w;
     for (const Case& c : refused) {
-        Wire<Unit> w;
-        send(w.far, c.request);
-        EXPECT_FALSE(w.tavro.processRx());
         uint16_t function = uint16_t(c.request[8] | c.request[9] << 8);
-        // To the request's source (2), from the unit's own address (2).
-        EXPECT_EQ(drain(w.far), packet(function | 0x8000, errorRecord(c.number, c.text), 1, 2, 2))
-            << function;
-        EXPECT_TRUE(w.tavro.texts.empty());
-        EXPECT_EQ(w.tavro.blocks, 0);
+        send(w.far, c.request);
+        EXPECT_FALSE(w.tavro.processRx()) << function;
+        EXPECT_EQ(drain(w.far), replyTo(function, c.error)) << function;
     }
-    {
-        // The last string may come without its padding.
-        Wire<Unit> w;
-        send(w.far, packet(57, {'a', 'b', 'c', 'd', 'e', 0}));
-        EXPECT_FALSE(w.tavro.processRx());
-        EXPECT_EQ(drain(w.far), packet(0x8039, errorRecord(0), 0, 2, 2));
-        EXPECT_EQ(w.tavro.texts.at(0), "abcde");
-    }
-    {
-        // The serving error goes back with its text cut to 32 characters.
-        Wire<Unit> w;
-        w.tavro.answer = ZError(-3, "A text longer than thirty-two characters");
-        send(w.far, packet(57, {'a', 0, 0, 0}, 0, 9, 7));
-        EXPECT_FALSE(w.tavro.processRx());
-        EXPECT_EQ(drain(w.far),
-                  packet(0x8039, errorRecord(-3, "A text longer than thirty-two ch"), 0, 7, 2));
-    }
-    {
-        // One-way requests are never answered, not even with an error.
-        Wire<Unit> w;
-        w.tavro.setAddress(1, 5);
-        send(w.far, cat(packet(31, Bytes(496, 1)), packet(95, {1, 0, 0, 0, 'o', 'k', 0, 0})));
-        EXPECT_FALSE(w.tavro.processRx());
-        EXPECT_FALSE(w.tavro.processRx());
-        EXPECT_EQ(w.tavro.blocks, 1);
-        EXPECT_EQ(w.tavro.texts.at(0), "ok");
-        EXPECT_TRUE(drain(w.far).empty());
-    }
-    {
-        Wire<Unit> w;
-        w.tavro.refuse = ZError(9, "Not logged in");
-        send(w.far, packet(57, {'a', 0, 0, 0}, 0, 1, 7));
-        EXPECT_FALSE(w.tavro.processRx());
-        EXPECT_EQ(drain(w.far), packet(0x8039, errorRecord(9, "Not logged in"), 1, 7, 2));
-        EXPECT_TRUE(w.tavro.texts.empty());
-    }
-    {
-        // A result that does not fit the unit's packets.
-        Wire<Unit> w(64);
-        send(w.far, packet(15));
-        EXPECT_FALSE(w.tavro.processRx());
-        EXPECT_EQ(drain(w.far), packet(0x800F, errorRecord(6, "ZoapMc1 reply too large"), 1, 2, 2));
-    }
+    EXPECT_TRUE(w.tavro.texts.empty());
+    EXPECT_EQ(w.tavro.blocks, 0);
+
+    // The last string may come without its padding; the serving error goes
+    // back to the request's source with its text cut to 32 characters.
+    send(w.far, packet(57, {'a', 'b', 'c', 'd', 'e', 0}));
+    EXPECT_FALSE(w.tavro.processRx());
+    EXPECT_EQ(drain(w.far), replyTo(57, ZError(), 0));
+    EXPECT_EQ(w.tavro.texts.at(0), "abcde");
+    w.tavro.answer = ZError(-3, "A text longer than thirty-two characters");
+    send(w.far, packet(57, {'a', 0, 0, 0}, 0, 9, 7));
+    EXPECT_FALSE(w.tavro.processRx());
+    EXPECT_EQ(drain(w.far), replyTo(57, ZError(-3, "A text longer than thirty-two ch"), 0, 7));
+
+    // One-way requests are never answered, not even with an error.
+    send(w.far, cat(packet(31, Bytes(496, 1)), packet(95, {1, 0, 0, 0, 'o', 'k', 0, 0})));
+    EXPECT_FALSE(w.tavro.processRx());
+    EXPECT_FALSE(w.tavro.processRx());
+    EXPECT_EQ(w.tavro.blocks, 1);
+    EXPECT_EQ(w.tavro.texts.at(2), "ok");
+    EXPECT_TRUE(drain(w.far).empty());
+
+    w.tavro.refuse = ZError(9, "Not logged in");
+    send(w.far, packet(57, {'a', 0, 0, 0}, 0, 1, 7));
+    EXPECT_FALSE(w.tavro.processRx());
+    EXPECT_EQ(drain(w.far), replyTo(57, w.tavro.refuse, 1, 7));
+    EXPECT_EQ(w.tavro.texts.size(), 3u);
+
+    // A result that does not fit the unit's packets.
+    Wire<Unit> small(64);
+    send(small.far, packet(15));
+    EXPECT_FALSE(small.tavro.processRx());
+    EXPECT_EQ(drain(small.far), replyTo(15, ZError(6, "ZoapMc1 reply too large")));
 }

@@ -36,22 +36,14 @@ inline ZError joinPair(Transport kind, std::unique_ptr<ZComms>& a, std::unique_p
         b = std::move(lb);
     } else {
         ZSocket listener(ZSocket::Stream);
-        ZSocketAddressINET any;
-        ZError err = any.set("127.0.0.1", 0);
-        if (!err)
-            err = listener.bind(any);
-        if (!err)
-            err = listener.listen();
-        ZSocketAddressINET bound;
-        if (!err)
-            err = listener.getAddress(bound);
+        ZSocketAddressINET address;
         auto client = std::make_unique<TavroApi::CommsNet>();
-        if (!err)
-            err = client->connect("127.0.0.1", (unsigned short)bound.port());
         int fd = -1;
-        if (!err)
-            err = listener.accept(fd);
-        if (err)
+        ZError err;
+        if ((err = address.set("127.0.0.1", 0)) || (err = listener.bind(address)) ||
+            (err = listener.listen()) || (err = listener.getAddress(address)) ||
+            (err = client->connect("127.0.0.1", (unsigned short)address.port())) ||
+            (err = listener.accept(fd)))
             return err;
         a = std::move(client);
         b = std::make_unique<AcceptedNet>(fd);
@@ -87,10 +79,9 @@ struct TavroPair {
     }
     // Ends the receive threads; their errors stay readable.
     void stop() {
-        if (unitRx)
-            unitRx->stop();
-        if (clientRx)
-            clientRx->stop();
+        for (RxLoop* rx : {unitRx.get(), clientRx.get()})
+            if (rx)
+                rx->stop();
     }
 
     ZError joined;

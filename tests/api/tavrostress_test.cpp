@@ -20,11 +20,22 @@ float sampleValue(uint32_t sequence, int i) {
     return float(sequence % 10000 * 1000 + unsigned(i));
 }
 
-// The application: keeps the sequence numbers of the blocks pushed to it.
-class App : public Tavro {
+// As the unit it answers with records made from the arguments; as the
+// application it keeps the sequence numbers of the blocks pushed to it.
+class Node : public Tavro {
 public:
-    App(bool threaded, unsigned int maxPacket) : Tavro(threaded, maxPacket) {}
+    Node(bool threaded, unsigned int maxPacket) : Tavro(threaded, maxPacket) {}
 
+    ZError getChannelConfigServe(const unsigned int& channel, ChannelConfig& config) override {
+        config.dataChannel = channel;
+        config.scale = channel * 0.5;
+        setCharArray(config.name, ZString(channel));
+        return ZError();
+    }
+    ZError getDigitalServe(unsigned int& value) override {
+        value = 0xC0FFEE;
+        return ZError(2, "Digital");
+    }
     ZError sendDataServe(const DataBlock& block) override {
         bool good = block.numSamples == 118;
         for (int i = 0; i < DataBlock::dataMax; i++)
@@ -44,35 +55,13 @@ public:
     bool intact = true;
 };
 
-// The unit: answers with records made from the arguments.
-class Unit : public Tavro {
-public:
-    Unit(bool threaded, unsigned int maxPacket) : Tavro(threaded, maxPacket) {}
-
-    ZError getChannelConfigServe(const unsigned int& channel, ChannelConfig& config) override {
-        config.dataChannel = channel;
-        config.scale = channel * 0.5;
-        setCharArray(config.name, ZString(channel));
-        return ZError();
-    }
-    ZError getDigitalServe(unsigned int& value) override {
-        value = 0xC0FFEE;
-        return ZError(2, "Digital");
-    }
-};
-
 } // namespace
 
 TEST(TavroStress, CallsWhileTheUnitPushes) {
-    std::unique_ptr<ZComms> appEnd, unitEnd;
-    ASSERT_FALSE(joinPair(Transport::Loopback, appEnd, unitEnd, 20000));
-    App app(true, 1024);
-    Unit unit(true, 1024);
-    app.setComms(appEnd.get());
-    unit.setComms(unitEnd.get());
-    app.setTimeout(5000000);
-    unit.setTimeout(5000000);
-    RxLoop appRx(app), unitRx(unit);
+    TavroPair<Node> p(Transport::Loopback, true, 5000000);
+    ASSERT_FALSE(p.joined);
+    Node &app = p.client, &unit = p.unit;
+    p.start();
 
     const int threads = 4, calls = 150;
     std::atomic<bool> callsDone(false);
@@ -97,13 +86,12 @@ TEST(TavroStress, CallsWhileTheUnitPushes) {
     for (int t = 0; t < threads; t++)
         callers.emplace_back([&, t] {
             for (int i = 0; i < calls; i++) {
-                unsigned int channel = unsigned(t * 100000 + i);
+                unsigned int channel = unsigned(t * 100000 + i), value = 0;
                 ChannelConfig config;
                 ZError err = app.getChannelConfig(channel, config);
                 if (err || config.dataChannel != channel || config.scale != channel * 0.5 ||
                     getCharArray(config.name) != ZString(channel))
                     wrong++;
-                unsigned int value = 0;
                 if (!(app.getDigital(value) == ZError(2, "Digital")) || value != 0xC0FFEE)
                     wrong++;
             }
@@ -114,14 +102,13 @@ TEST(TavroStress, CallsWhileTheUnitPushes) {
     pusher.join();
     for (int i = 0; i < 1000 && app.received() < pushed; i++)
         delayMs(5);
-    appRx.stop();
-    unitRx.stop();
+    p.stop();
 
     EXPECT_EQ(wrong, 0);
     EXPECT_TRUE(app.intact);
     ASSERT_EQ(app.sequences.size(), size_t(pushed));
     for (uint32_t i = 0; i < pushed; i++)
         ASSERT_EQ(app.sequences[i], i);
-    EXPECT_TRUE(appRx.errors().empty());
-    EXPECT_TRUE(unitRx.errors().empty());
+    EXPECT_TRUE(p.unitRx->errors().empty());
+    EXPECT_TRUE(p.clientRx->errors().empty());
 }

@@ -19,14 +19,10 @@ public:
 
     ZError processRequest() override {
         ZError err = readRequestPayload();
-        if (err)
-            return err;
-        ZoapMc1Header h = rxHeader();
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            requests.push_back(Bytes(packetRx(), packetRx() + h.length));
-        }
-        return ZError();
+        std::lock_guard<std::mutex> lock(mutex);
+        if (!err)
+            requests.push_back(Bytes(packetRx(), packetRx() + rxHeader().length));
+        return err;
     }
     std::vector<Bytes> taken() {
         std::lock_guard<std::mutex> lock(mutex);
@@ -39,14 +35,12 @@ private:
 };
 
 // A channel and the far end of its loopback transport; reads on both ends
-// give up after 50 ms.
+// give up after 50 ms, a reply after 20 ms.
 struct Link {
     explicit Link(bool threaded, unsigned int maxPacket = 256, bool packetMode = false)
         : channel(threaded, maxPacket) {
-        if (packetMode) {
-            near.setPacketMode(true);
-            far.setPacketMode(true);
-        }
+        near.setPacketMode(packetMode);
+        far.setPacketMode(packetMode);
         ZCommsLoopback::connectPair(near, far);
         near.setTimeout(50000);
         far.setTimeout(50000);
@@ -73,15 +67,13 @@ void expectError(const ZError& err, int number, const char* text) {
 
 } // namespace
 
-TEST(ZoapMc1ApiVer, PacksMajorAndMinor) {
+TEST(ZoapMc1Comms, VersionSettingsAndMissingTransport) {
     EXPECT_EQ(uint32_t(ZoapMc1ApiVer(1, 0)), 0x00010000u);
+    EXPECT_EQ(uint32_t(ZoapMc1ApiVer(0xFFFF, 0xFFFF)), 0xFFFFFFFFu);
     ZoapMc1ApiVer v(0x00020003u);
     EXPECT_EQ(v.majorNo(), 2);
     EXPECT_EQ(v.minorNo(), 3);
-    EXPECT_EQ(uint32_t(ZoapMc1ApiVer(0xFFFF, 0xFFFF)), 0xFFFFFFFFu);
-}
 
-TEST(ZoapMc1Comms, SettingsAndMissingTransport) {
     Channel c(true);
     EXPECT_EQ(uint32_t(c.getApiVersion()), 0u);
     EXPECT_EQ(c.setTimeout(5000000), 2000000u);
@@ -92,13 +84,12 @@ TEST(ZoapMc1Comms, SettingsAndMissingTransport) {
     c.setAddress(1, 2);
     EXPECT_EQ(c.destination(), 1);
     EXPECT_EQ(c.source(), 2);
-
     uint8_t b[4];
     expectError(c.packetTx(nullptr, 0, 8), 5, "No connection");
     expectError(c.processRx(), 5, "No connection");
     expectError(c.processRequests(), 5, "No connection");
     expectError(c.packetRxData(b, 4), 5, "No connection");
-    ZCommsLoopback a, z;
+    ZCommsLoopback a;
     c.setComms(&a);
     EXPECT_EQ(c.comms(), &a);
     c.setComms(nullptr);
@@ -131,16 +122,15 @@ TEST(ZoapMc1Comms, PolledExchange) {
     EXPECT_EQ(l.channel.taken().size(), 1u);
     EXPECT_EQ(l.channel.rxHeader().function, 0x8007);
     char result[4];
+    ZoapMc1ErrorRecord record;
     ASSERT_FALSE(l.channel.packetRxData(result, 4));
     EXPECT_EQ(memcmp(result, "ABCD", 4), 0);
-    ZoapMc1ErrorRecord record;
     ASSERT_FALSE(l.channel.packetRxData(&record, 40));
     EXPECT_FALSE(l.channel.packetRxEnd());
     EXPECT_EQ(l.near.readAvailable(), 0u);
-
-    // No reply at all: the exchange still counts as sent.
+    // No reply at all: the exchange still counts as sent. A one-way request
+    // does not wait.
     EXPECT_FALSE(l.request(7));
-    // A one-way request does not wait.
     EXPECT_FALSE(l.request(31, false));
     EXPECT_EQ(drain(l.far).size(), 40u);
 }
@@ -170,8 +160,7 @@ TEST(ZoapMc1Comms, ThreadedHandOver) {
     for (int i = 0; i < 200 && l.channel.taken().empty(); i++)
         delayMs(5);
     rx.stop();
-    ASSERT_EQ(l.channel.taken().size(), 1u);
-    EXPECT_EQ(l.channel.taken()[0], packet(9, Payload8));
+    EXPECT_EQ(l.channel.taken(), std::vector<Bytes>{packet(9, Payload8)});
     EXPECT_TRUE(rx.errors().empty());
 
     Link quiet(true);
@@ -179,47 +168,38 @@ TEST(ZoapMc1Comms, ThreadedHandOver) {
 }
 
 TEST(ZoapMc1Comms, StreamResynchronisation) {
-    const Bytes garbage8 = {1, 2, 3, 4, 5, 6, 7, 8};
-    {
-        // The magic at 8: the header is whole again and nothing is lost.
-        Link l(false);
-        send(l.far, cat(garbage8, packet(9, Payload8)));
+    const Bytes garbage8 = {1, 2, 3, 4, 5, 6, 7, 8}, abc = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'};
+    const Bytes good = packet(9, Payload8), tail = cat(Bytes(16, 0xEE), good);
+    struct Case {
+        const char* what;
+        unsigned int maxPacket;
+        Bytes stream;
+        bool corrupt; // the first call reports "Currupt packet", the second finds the packet
+        Bytes taken;
+    };
+    const Case cases[] = {
+        {"magic at 8: the header is whole again", 256, cat(garbage8, good), false, good},
+        // As many bytes are read again as were kept (12), so the 8 bytes
+        // after the header are swallowed with it.
+        {"magic at 4", 256, cat(cat({1, 2, 3, 4}, good), abc), false, packet(9, abc)},
+        {"no magic in 16 bytes", 256, cat(cat(garbage8, garbage8), good), true, good},
+        // A length above maxPacket or below 16 is a bad header like a bad
+        // magic: the magic is found at 0, 16 more bytes are read and the
+        // header is still bad.
+        {"length 65", 64, cat(packet(9, {}, 0, 1, 2, 65), tail), true, good},
+        {"length 15", 64, cat(packet(9, {}, 0, 1, 2, 15), tail), true, good},
+        {"length 0", 64, cat(packet(9, {}, 0, 1, 2, 0), tail), true, good},
+        {"length of exactly maxPacket", 64, packet(9, Bytes(48, 7)), false,
+         packet(9, Bytes(48, 7))},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        Link l(false, c.maxPacket);
+        send(l.far, c.stream);
+        if (c.corrupt)
+            expectError(l.channel.processRx(), 6, "Currupt packet");
         EXPECT_FALSE(l.channel.processRx());
-        EXPECT_EQ(l.channel.taken().at(0), packet(9, Payload8));
-    }
-    {
-        // The magic at 4: as many bytes are read again as were kept (12), so
-        // the 8 bytes after the header are swallowed with it.
-        Link l(false);
-        send(l.far,
-             cat(cat({1, 2, 3, 4}, packet(9, Payload8)), {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'}));
-        EXPECT_FALSE(l.channel.processRx());
-        EXPECT_EQ(l.channel.taken().at(0), packet(9, {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'}));
-    }
-    {
-        // No magic in 16 bytes: "Currupt packet", and the next call starts
-        // with the next 16 bytes.
-        Link l(false);
-        send(l.far, cat(cat(garbage8, garbage8), packet(9, Payload8)));
-        expectError(l.channel.processRx(), 6, "Currupt packet");
-        EXPECT_FALSE(l.channel.processRx());
-        EXPECT_EQ(l.channel.taken().at(0), packet(9, Payload8));
-    }
-    // A length above maxPacket or below 16 is a bad header like a bad magic:
-    // the magic is found at 0, 16 more bytes are read and the header is
-    // still bad.
-    for (int length : {65, 15, 0}) {
-        Link l(false, 64);
-        send(l.far,
-             cat(cat(packet(9, Bytes(), 0, 1, 2, length), Bytes(16, 0xEE)), packet(9, Payload8)));
-        expectError(l.channel.processRx(), 6, "Currupt packet");
-        EXPECT_FALSE(l.channel.processRx()) << length;
-        EXPECT_EQ(l.channel.taken().at(0), packet(9, Payload8)) << length;
-    }
-    {
-        Link l(false, 64);
-        send(l.far, packet(9, Bytes(48, 7)));
-        EXPECT_FALSE(l.channel.processRx()) << "a packet of exactly maxPacket is good";
+        EXPECT_EQ(l.channel.taken(), std::vector<Bytes>{c.taken});
     }
 }
 
@@ -227,16 +207,14 @@ TEST(ZoapMc1Comms, PacketModeRefusesBadPackets) {
     Link l(false, 64, true);
     Bytes badMagic = packet(9, Payload8);
     badMagic[1] = 0x56;
-    const Bytes bad[] = {badMagic, packet(9, Bytes(), 0, 1, 2, 65), packet(9, Bytes(), 0, 1, 2, 8),
-                         Bytes(8, 0x5A)};
-    for (const Bytes& b : bad) {
+    // Bad magic, too long, too short, a short packet, and a length that runs
+    // past the end of its packet.
+    for (const Bytes& b : {badMagic, packet(9, {}, 0, 1, 2, 65), packet(9, {}, 0, 1, 2, 8),
+                           Bytes(8, 0x5A), packet(9, Payload8, 0, 1, 2, 40)}) {
         send(l.far, b);
         expectError(l.channel.processRx(), 6, "ZoapMc1 packet data error");
         l.near.flush(ZComms::FlushRead);
     }
-    // A header whose length runs past the end of its packet.
-    send(l.far, packet(9, Payload8, 0, 1, 2, 40));
-    expectError(l.channel.processRx(), 6, "ZoapMc1 packet data error");
     EXPECT_TRUE(l.channel.taken().empty());
     send(l.far, packet(9, Payload8));
     EXPECT_FALSE(l.channel.processRx());
@@ -287,7 +265,6 @@ TEST(ZoapMc1Comms, ShortAndLongReplies) {
     l.channel.packetRxEnd();
     EXPECT_FALSE(l.channel.processRx());
     EXPECT_EQ(l.channel.taken().at(0), next);
-
     // A reply longer than what is read: packetRxEnd reads off the rest.
     send(l.far, cat(packet(0x8007, cat(errorRecord(0), Bytes(12, 0x5A))), next));
     ASSERT_FALSE(l.request(7));

@@ -8,6 +8,7 @@
 #include "zoapmc1comms.h"
 #include "zthread.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
@@ -19,8 +20,7 @@ namespace zoaptest {
 typedef std::vector<uint8_t> Bytes;
 
 inline void put16(Bytes& b, uint16_t v) {
-    b.push_back(uint8_t(v));
-    b.push_back(uint8_t(v >> 8));
+    b.insert(b.end(), {uint8_t(v), uint8_t(v >> 8)});
 }
 inline void put32(Bytes& b, uint32_t v) {
     put16(b, uint16_t(v));
@@ -35,12 +35,9 @@ inline Bytes cat(Bytes a, const Bytes& b) {
 inline Bytes packet(uint16_t function, const Bytes& payload = Bytes(), uint16_t status = 0,
                     uint16_t destination = 1, uint16_t source = 2, int length = -1) {
     Bytes b;
-    put16(b, 0x555A);
-    put16(b, uint16_t(length >= 0 ? length : 16 + int(payload.size())));
-    put16(b, destination);
-    put16(b, source);
-    put16(b, function);
-    put16(b, status);
+    for (uint16_t w : {uint16_t(0x555A), uint16_t(length >= 0 ? length : 16 + int(payload.size())),
+                       destination, source, function, status})
+        put16(b, w);
     put32(b, 0);
     return cat(b, payload);
 }
@@ -49,21 +46,18 @@ inline Bytes packet(uint16_t function, const Bytes& payload = Bytes(), uint16_t 
 inline Bytes errorRecord(int16_t number, const char* text = "", size_t n = size_t(-1)) {
     Bytes b;
     put16(b, uint16_t(number));
-    Bytes t(38, 0);
-    memcpy(t.data(), text, std::min(n == size_t(-1) ? strlen(text) : n, t.size()));
-    return cat(b, t);
+    b.resize(40);
+    memcpy(&b[2], text, std::min(n == size_t(-1) ? strlen(text) : n, size_t(38)));
+    return b;
 }
 
 // Everything the end has received within a short time.
 inline Bytes drain(ZCommsLoopback& end, unsigned int waitUs = 20000) {
     Bytes out;
-    while (!end.wait(2, waitUs, 1)) {
-        unsigned int n = end.readAvailable();
-        if (n == 0)
-            break;
-        Bytes b(n);
+    while (!end.wait(2, waitUs, 1) && end.readAvailable() > 0) {
+        Bytes b(end.readAvailable());
         unsigned int got = 0;
-        if (end.read(b.data(), n, got))
+        if (end.read(b.data(), unsigned(b.size()), got))
             break;
         out.insert(out.end(), b.begin(), b.begin() + got);
     }
@@ -73,13 +67,9 @@ inline Bytes drain(ZCommsLoopback& end, unsigned int waitUs = 20000) {
 // Exactly n bytes (fewer when the end's read times out).
 inline Bytes readN(ZCommsLoopback& end, unsigned int n) {
     Bytes b(n);
-    unsigned int done = 0;
-    while (done < n) {
-        unsigned int got = 0;
-        if (end.read(b.data() + done, n - done, got) || got == 0)
-            break;
+    unsigned int done = 0, got = 0;
+    while (done < n && !end.read(b.data() + done, n - done, got) && got > 0)
         done += got;
-    }
     b.resize(done);
     return b;
 }
@@ -110,10 +100,8 @@ public:
             ZError err = ochannel.processRx();
             if (!err || err.number == -110)
                 continue;
-            {
-                std::lock_guard<std::mutex> lock(omutex);
-                oerrors.push_back(err.copy());
-            }
+            std::lock_guard<std::mutex> lock(omutex);
+            oerrors.push_back(err.copy());
             if (err.number == -32 || err.number == 1 || err.number == 5)
                 break;
         }
