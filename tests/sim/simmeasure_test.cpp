@@ -1,0 +1,358 @@
+// The measurement engine of the simulated unit, seen from a client: block
+// layout, sequence, time and status per measure mode, triggers, processed
+// values against the raw samples, alarms, the generator on AI7, and the
+// ".tavd" file the unit records.
+
+#include "simharness.h"
+
+#include <cmath>
+
+using namespace simtest;
+
+namespace {
+
+const uint16_t RunBit = uint16_t(Status::Run);
+const uint16_t EndBit = uint16_t(Status::End0);
+
+// Waits for n raw blocks and returns the first n.
+std::vector<DataBlock> rawBlocks(Rig& rig, size_t n) {
+    EXPECT_TRUE(rig.client.waitFor([&] { return rig.client.blocks.size() >= n; }))
+        << rig.client.rawCopy().size() << " of " << n;
+    std::vector<DataBlock> b = rig.client.rawCopy();
+    b.resize(std::min(b.size(), n));
+    return b;
+}
+
+// The time in seconds of a row, read off the 60 s ramp on AI4.
+double rampTime(const DataBlock& b, int r, const ChannelConfig& ai4) {
+    return volts(b, r, 4, ai4) * 6.0;
+}
+
+} // namespace
+
+TEST(SimMeasure, BlocksOfEachMeasureMode) {
+    struct Case {
+        MeasurementConfig m;
+        std::vector<int> rows;
+        std::vector<uint16_t> status;
+        std::vector<uint64_t> first; // sample of each block's first row
+        bool ends;
+    } cases[] = {
+        {measurement(MeasureMode::OneShot, 1000, 30, 13),
+         {13, 13, 4},
+         {RunBit, RunBit, EndBit},
+         {0, 13, 26},
+         true},
+        {measurement(MeasureMode::OneShot, 2000, 26), {13, 13}, {RunBit, EndBit}, {0, 13}, true},
+        {measurement(MeasureMode::Repeat, 1000, 20, 10, 0, 50),
+         {10, 10, 10, 10},
+         {RunBit, RunBit | EndBit, RunBit, RunBit | EndBit},
+         {0, 10, 50, 60},
+         false},
+        {measurement(MeasureMode::Continuous, 500, 0, 5),
+         {5, 5, 5, 5},
+         {RunBit, RunBit, RunBit, RunBit},
+         {0, 5, 10, 15},
+         false},
+    };
+    Rig rig;
+    ChannelConfig ch[8];
+    for (int c = 0; c < 8; c++)
+        ASSERT_FALSE(rig.client.getChannelConfig(c, ch[c]));
+    for (const Case& k : cases) {
+        SCOPED_TRACE(int(&k - cases));
+        ASSERT_FALSE(rig.start(k.m));
+        std::vector<DataBlock> b = rawBlocks(rig, k.rows.size());
+        ASSERT_EQ(b.size(), k.rows.size());
+        for (size_t i = 0; i < b.size(); i++) {
+            EXPECT_EQ(b[i].type, DataType::Raw40x);
+            EXPECT_EQ(b[i].numChannels, 9);
+            EXPECT_EQ(b[i].numSamples, k.rows[i]);
+            EXPECT_EQ(b[i].sequence, i);
+            EXPECT_EQ(b[i].status, k.status[i]);
+            EXPECT_EQ(b[i].time - b[0].time,
+                      uint64_t(double(k.first[i]) * 1e6 / k.m.sampleRate + 0.5));
+            // The documented inputs, at the time of every row.
+            for (int r = 0; r < b[i].numSamples; r++) {
+                double t = double(k.first[i] + r) / k.m.sampleRate;
+                const double pi2 = 2 * M_PI;
+                EXPECT_NEAR(volts(b[i], r, 0, ch[0]), 5 * std::sin(pi2 * 50 * t), 1e-4);
+                EXPECT_NEAR(volts(b[i], r, 1, ch[1]), 1 + 2 * std::sin(pi2 * 5 * t), 1e-4);
+                EXPECT_NEAR(volts(b[i], r, 2, ch[2]), std::fmod(t * 2, 1) < 0.5 ? 3 : -3, 1e-4);
+                EXPECT_NEAR(rampTime(b[i], r, ch[4]), t, 1e-4);
+                EXPECT_EQ(digitalBits(b[i], r), uint32_t(t * 10 + 1e-9) & 0xFF);
+            }
+        }
+        if (k.ends) {
+            // A one-shot capture ends by itself and the unit goes idle.
+            EXPECT_TRUE(rig.client.waitFor([&] { return rig.unit.mode() == Mode::Idle; }, 2000));
+            NodeStatus s;
+            ASSERT_FALSE(rig.client.getStatus(s));
+            EXPECT_EQ(s.status & RunBit, 0);
+            EXPECT_EQ(s.mode, Mode::Idle);
+        }
+        ASSERT_FALSE(rig.client.setMode(Mode::Idle));
+    }
+}
+
+TEST(SimMeasure, TriggerLevelSlopeAndDelay) {
+    struct Case {
+        TriggerMode mode;
+        uint8_t channel;
+        float level;
+        int32_t delay;
+        double start; // seconds from the measurement start to the first sample taken
+    } cases[] = {
+        {TriggerMode::Positive, 2, 0.0f, 0, 0.5},   // square AI2 rising
+        {TriggerMode::Negative, 8, 0.5f, 0, 0.2},   // DI0 falling
+        {TriggerMode::Positive, 0, 4.0f, 1, 1.003}, // AI0 through 4 V, then one second
+    };
+    Rig rig;
+    ChannelConfig ai4;
+    ASSERT_FALSE(rig.client.getChannelConfig(4, ai4));
+    for (const Case& k : cases) {
+        SCOPED_TRACE(int(&k - cases));
+        MeasurementConfig m = measurement(MeasureMode::OneShot, 1000, 20);
+        m.triggerMode = k.mode;
+        m.triggerChannel = k.channel;
+        m.triggerLevel = k.level;
+        m.triggerDelay = k.delay;
+        ASSERT_FALSE(rig.start(m));
+        NodeStatus s;
+        ASSERT_FALSE(rig.client.getStatus(s));
+        EXPECT_EQ(s.status & uint32_t(RunBit | uint16_t(Status::TriggerWait)),
+                  uint32_t(RunBit | uint16_t(Status::TriggerWait)));
+        std::vector<DataBlock> b = rawBlocks(rig, 2);
+        ASSERT_EQ(b.size(), 2u);
+        EXPECT_NEAR(rampTime(b[0], 0, ai4), k.start, 1e-4);
+        EXPECT_EQ(b[0].sequence, 0u);
+        EXPECT_EQ(b[1].status, EndBit);
+    }
+    // A trigger channel past the digital inputs is refused.
+    MeasurementConfig m = measurement(MeasureMode::OneShot, 1000, 20);
+    m.triggerMode = TriggerMode::Positive;
+    m.triggerChannel = 16;
+    EXPECT_EQ(rig.client.setMeasurementConfig(false, m), ZError(22, "Invalid trigger channel"));
+}
+
+TEST(SimMeasure, ProcessedValuesFollowTheRawSamples) {
+    Rig rig;
+    ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 100, 13, 40)));
+    std::vector<DataBlock> raw = rawBlocks(rig, 8);
+    ASSERT_TRUE(rig.client.waitFor([&] { return rig.client.procs.size() >= 3; }));
+    // The samples of the capture, in order.
+    std::vector<std::vector<float>> rows;
+    std::vector<uint32_t> bits;
+    std::vector<uint64_t> times;
+    for (const DataBlock& b : raw)
+        for (int r = 0; r < b.numSamples; r++) {
+            rows.emplace_back(b.data + r * 9, b.data + r * 9 + 8);
+            bits.push_back(digitalBits(b, r));
+            times.push_back(b.time + uint64_t(r) * 1000);
+        }
+    ASSERT_EQ(rows.size(), 100u);
+    std::vector<DataBlockProc> procs = rig.client.procCopy();
+    const int counts[] = {40, 40, 20};
+    size_t at = 0;
+    for (int p = 0; p < 3; p++) {
+        const DataBlockProc& d = procs[p];
+        SCOPED_TRACE(p);
+        EXPECT_EQ(d.sequence, uint32_t(p));
+        EXPECT_EQ(d.status, p < 2 ? RunBit : EndBit);
+        EXPECT_EQ(d.numChannels, 16);
+        EXPECT_EQ(d.numSamples, 1);
+        EXPECT_EQ(d.time, times[at]);
+        EXPECT_FLOAT_EQ(d.period, counts[p] / 1000.0f);
+        EXPECT_EQ(d.digitalData, bits[at + counts[p] - 1]);
+        for (int c = 0; c < 8; c++) {
+            double sum = 0, square = 0, high = -1e9, low = 1e9;
+            for (int i = 0; i < counts[p]; i++) {
+                double v = rows[at + i][c];
+                sum += v;
+                square += v * v;
+                high = std::max(high, v);
+                low = std::min(low, v);
+            }
+            const DataProc& v = d.analogueData[c];
+            EXPECT_NEAR(v.mean, sum / counts[p], 1e-5);
+            EXPECT_NEAR(v.power, square / counts[p], 1e-4);
+            EXPECT_NEAR(v.rms, std::sqrt(square / counts[p]), 1e-5);
+            EXPECT_EQ(v.peakHigh, float(high));
+            EXPECT_EQ(v.peakLow, float(low));
+            EXPECT_EQ(v.alarm, 0);
+        }
+        at += counts[p];
+    }
+    // Processed blocks only when asked for.
+    ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 30, 13, 10), 3));
+    rawBlocks(rig, 3);
+    EXPECT_TRUE(rig.client.procCopy().empty());
+}
+
+TEST(SimMeasure, AlarmsLatchUntilCleared) {
+    Rig rig;
+    Configuration c;
+    ASSERT_FALSE(rig.client.getConfig(c));
+    c.alarms[0].mode = AlarmMode::High; // AI0 peaks at 5 V
+    c.alarms[0].levelHigh = 4.0f;
+    c.alarms[3].mode = AlarmMode::Low; // AI3 noise never reaches -100 V
+    c.alarms[3].levelLow = -100.0f;
+    c.alarms[8].mode = AlarmMode::High; // DI0 is high for half of the time
+    c.alarms[8].levelHigh = 0.5f;
+    ASSERT_FALSE(rig.client.setConfig(c));
+    ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 300, 13, 300)));
+    ASSERT_TRUE(rig.client.waitFor([&] { return !rig.client.procs.empty(); }));
+    const DataBlockProc p = rig.client.procCopy()[0];
+    EXPECT_EQ(p.status, EndBit | uint16_t(Status::Alarm));
+    EXPECT_EQ(p.analogueData[0].alarm, 1);
+    EXPECT_EQ(p.analogueData[3].alarm, 0);
+    EXPECT_EQ(rig.unit.alarms(), 0x101u);
+    NodeStatus s;
+    ASSERT_FALSE(rig.client.getStatus(s));
+    EXPECT_TRUE(s.status & uint32_t(Status::Alarm));
+    ASSERT_FALSE(rig.client.alarmsClear(0x100));
+    EXPECT_EQ(rig.unit.alarms(), 0x1u);
+    ASSERT_FALSE(rig.client.alarmsClear(0xFFFF));
+    ASSERT_FALSE(rig.client.getStatus(s));
+    EXPECT_FALSE(s.status & uint32_t(Status::Alarm));
+}
+
+TEST(SimMeasure, GeneratorAppearsOnAi7) {
+    auto awg = [](AwgMode mode, AwgOutput out, float f, float a, float o, float duty) {
+        AwgConfig g;
+        g.mode = mode;
+        g.output = out;
+        g.frequency = f;
+        g.amplitude = a;
+        g.offset = o;
+        g.duty = duty;
+        return g;
+    };
+    struct Case {
+        AwgConfig awg;
+        double high, low; // the extremes on AI7
+        int highCount;    // samples of 200 at the high value, -1 not checked
+    } cases[] = {
+        {awg(AwgMode::Sine, AwgOutput::None, 100, 5, 0, 0.5), 2.5, 2.5, 200}, // AO0 level alone
+        {awg(AwgMode::Dc, AwgOutput::AO0, 10, 1, 4, 0.5), 4, 4, 200},
+        {awg(AwgMode::Square, AwgOutput::AO01, 8, 2, 1, 0.25), 3, -1, 64},
+        {awg(AwgMode::Sine, AwgOutput::AO0, 5, 3, 0, 0.5), 3, -3, -1},
+        {awg(AwgMode::Triangle, AwgOutput::AO0, 10, 2, 0, 0.5), 2, -2, -1},
+    };
+    Rig rig;
+    ChannelConfig ai7;
+    ASSERT_FALSE(rig.client.getChannelConfig(7, ai7));
+    EXPECT_STREQ(ai7.name, "AWG loopback");
+    ASSERT_FALSE(rig.client.setAnalogueOut(0, 2.5f));
+    for (const Case& k : cases) {
+        SCOPED_TRACE(int(&k - cases));
+        ASSERT_FALSE(rig.client.setAwgConfig(false, k.awg));
+        ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 208, 13)));
+        std::vector<DataBlock> b = rawBlocks(rig, 16);
+        double high = -1e9, low = 1e9;
+        int highCount = 0;
+        for (int i = 0; i < 16; i++)
+            for (int r = 0; r < 13; r++) {
+                double v = volts(b[i], r, 7, ai7);
+                high = std::max(high, v);
+                low = std::min(low, v);
+                highCount += i * 13 + r < 200 && std::fabs(v - k.high) < 1e-4;
+            }
+        EXPECT_NEAR(high, k.high, 1e-4);
+        EXPECT_NEAR(low, k.low, 1e-4);
+        if (k.highCount >= 0) {
+            EXPECT_EQ(highCount, k.highCount);
+        }
+    }
+    AwgConfig bad = awg(AwgMode::Sine, AwgOutput::AO0, 5, 30, 0, 0.5);
+    EXPECT_EQ(rig.client.setAwgConfig(false, bad), ZError(22, "Invalid amplitude or offset"));
+    EXPECT_EQ(rig.client.setAnalogueOut(2, 1.0f), ZError(22, "Channel number out of range"));
+}
+
+TEST(SimMeasure, RecordsEachCaptureAsBlock512File) {
+    Rig rig;
+    Configuration c;
+    ASSERT_FALSE(rig.client.getConfig(c));
+    c.logData = 3; // raw and processed
+    ASSERT_FALSE(rig.client.setConfig(c));
+    ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 30, 13)));
+    ASSERT_TRUE(rig.client.waitFor([&] { return rig.client.procs.size() == 1; }));
+    ASSERT_TRUE(rig.client.waitFor([&] { return rig.unit.mode() == Mode::Idle; }));
+
+    FileInfo info;
+    ASSERT_FALSE(rig.client.fileList("/internal/data", 0, info));
+    ZString name = getCharArray(info.name);
+    EXPECT_EQ(name.subString(0, 5), "data_");
+    EXPECT_EQ(name.extension(), "tavd");
+    EXPECT_EQ(info.fileType, FileType::File);
+    EXPECT_EQ(info.fileLength, 21u * 512);
+    EXPECT_EQ(rig.client.fileList("/internal/data", 1, info), ZError(14, "No more files"));
+
+    // Fetched as the data log page does: 512 bytes at a time up to error 14.
+    std::vector<uint8_t> file;
+    unsigned int handle = 0;
+    ASSERT_FALSE(rig.client.fileOpen("/internal/data/" + name, "r", handle));
+    FileData d;
+    ZError err;
+    while (!(err = rig.client.fileRead(handle, unsigned(file.size()), 512, d)))
+        file.insert(file.end(), d.data, d.data + d.length);
+    EXPECT_EQ(err, ZError(14, "End of file"));
+    ASSERT_FALSE(rig.client.fileClose(handle));
+    ASSERT_EQ(file.size(), 21u * 512);
+
+    // Read back by the reader's rules: every block at a multiple of 512.
+    struct Expect {
+        uint16_t length;
+        uint64_t type;
+    };
+    std::vector<Expect> expect = {{232, 30}};
+    expect.insert(expect.end(), 16, Expect{152, 32});
+    expect.insert(expect.end(), 3, Expect{512, 31});
+    expect.push_back({432, 31});
+    for (size_t i = 0; i < expect.size(); i++) {
+        const uint8_t* b = file.data() + i * 512;
+        uint16_t magic, length;
+        uint64_t type;
+        memcpy(&magic, b, 2);
+        memcpy(&length, b + 2, 2);
+        memcpy(&type, b + 8, 8);
+        SCOPED_TRACE(i);
+        EXPECT_EQ(magic, 0x555A);
+        EXPECT_EQ(length, expect[i].length);
+        EXPECT_EQ(type, expect[i].type);
+        for (size_t k = length; k < 512; k++)
+            ASSERT_EQ(b[k], 0) << k;
+        if (i == 0) {
+            InfoBlock ib;
+            memcpy(static_cast<void*>(&ib), b + 16, sizeof(ib));
+            EXPECT_EQ(ib.fileType, TavdFileType::Block512);
+            EXPECT_EQ(ib.numChannels, 16);
+            EXPECT_EQ(ib.dataType, DataType::Raw40x);
+            EXPECT_EQ(ib.measureConfig.numSamples0, 30u);
+        } else if (i <= 16) {
+            EXPECT_EQ(b[16], uint8_t(i - 1)); // ChannelConfig.number
+        } else {
+            DataBlockHeader h;
+            memcpy(static_cast<void*>(&h), b + 16, sizeof(h));
+            EXPECT_EQ(h.type, i < 20 ? DataType::Raw40x : DataType::Proc);
+            EXPECT_EQ(h.sequence, i < 20 ? i - 17 : 0);
+            if (i < 20) {
+                EXPECT_EQ(memcmp(b + 16, &rig.client.rawCopy()[i - 17], sizeof(DataBlock)), 0);
+            }
+        }
+    }
+    // Logging to a card that is not there is refused.
+    c.logDataDevice = 1;
+    EXPECT_EQ(rig.client.setConfig(c), ZError(19, "No such device"));
+}
+
+TEST(SimMeasure, RealTimePacingAndStatusPushes) {
+    SimOptions o;
+    Rig rig(o);
+    auto begin = std::chrono::steady_clock::now();
+    ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 260, 13)));
+    rawBlocks(rig, 20);
+    double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    EXPECT_GE(took, 0.2); // 260 samples at 1 kHz never come faster than their time
+    EXPECT_TRUE(rig.client.waitFor([&] { return rig.client.statuses >= 1; }, 2500));
+}
