@@ -396,9 +396,7 @@ ZError SimServer::wifiAccesspointNumServe(unsigned int& number) {
     Lock lock(ocore.mutex);
     ZError err = ocore.allowed(Access::Read);
     if (!err)
-        number = ocore.wifiStatus == WifiStatus::Off
-                     ? 0
-                     : sizeof(AccessPoints) / sizeof(AccessPoints[0]);
+        number = ocore.wifiStatus == WifiStatus::Off ? 0 : SimAccessPoint::number;
     return err;
 }
 
