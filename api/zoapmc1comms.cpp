@@ -228,9 +228,22 @@ void ZoapMc1Comms::fillReplyHeader(ZoapMc1Header& h, unsigned int length, uint16
     h.reserved = 0;
 }
 
+// A transport may take fewer bytes than offered (a busy socket, a tty);
+// the rest follows until the packet is out. A transport that takes nothing
+// and reports no error would loop for ever: that is refused.
 ZError ZoapMc1Comms::writeAll(ZComms& comms, const void* data, unsigned int len) {
-    unsigned int written = 0;
-    return comms.write(data, len, written);
+    const uint8_t* p = static_cast<const uint8_t*>(data);
+    while (len > 0) {
+        unsigned int written = 0;
+        ZError err = comms.write(p, len, written);
+        if (err)
+            return err;
+        if (written == 0 || written > len)
+            return ZError(1, "ZoapMc1 write incomplete");
+        p += written;
+        len -= written;
+    }
+    return ZError();
 }
 
 ZError ZoapMc1Comms::sendReply(unsigned int resultLen, const ZError& err) {

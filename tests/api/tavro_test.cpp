@@ -44,6 +44,22 @@ struct Wire {
     T tavro;
 };
 
+// Passes at most `most` bytes per write on to another transport, as a busy
+// socket may.
+struct Dribble : ZComms {
+    Dribble(ZComms& to, unsigned int most) : to(to), most(most) {}
+    ZError write(const void* d, unsigned int n, unsigned int& w) override {
+        return to.write(d, std::min(n, most), w);
+    }
+    ZError read(void* d, unsigned int n, unsigned int& got) override { return to.read(d, n, got); }
+    unsigned int readAvailable() override { return to.readAvailable(); }
+    ZError wait(unsigned int what, unsigned int t, unsigned int c) override {
+        return to.wait(what, t, c);
+    }
+    ZComms& to;
+    unsigned int most;
+};
+
 void expectError(const ZError& err, int number, const char* text) {
     EXPECT_EQ(err.number, number) << err.string;
     EXPECT_EQ(err.string, text);
@@ -245,4 +261,21 @@ TEST(TavroServe, HostileAndUnknownRequests) {
     send(small.far, packet(15));
     EXPECT_FALSE(small.tavro.processRx());
     EXPECT_EQ(drain(small.far), replyTo(15, ZError(6, "ZoapMc1 reply too large")));
+}
+
+TEST(TavroServe, RepliesGoOutWholeThroughShortWrites) {
+    Wire<Unit> w;
+    Dribble dribble(w.near, 5);
+    w.tavro.setComms(dribble);
+    send(w.far, packet(57, {'a', 0, 0, 0}));
+    EXPECT_FALSE(w.tavro.processRx());
+    EXPECT_EQ(drain(w.far), replyTo(57, ZError(), 0));
+    send(w.far, packet(19));
+    EXPECT_FALSE(w.tavro.processRx());
+    EXPECT_EQ(drain(w.far), replyTo(19, ZError(5, "No such function")));
+
+    Dribble stuck(w.near, 0);
+    w.tavro.setComms(stuck);
+    send(w.far, packet(57, {'a', 0, 0, 0}));
+    expectError(w.tavro.processRx(), 1, "ZoapMc1 write incomplete");
 }
