@@ -39,3 +39,45 @@ function(tavro_add_gtest_folder prefix)
     tavro_add_gtest(${prefix}_${base} SOURCES ${src} LIBS ${F_LIBS})
   endforeach()
 endfunction()
+
+# tavro_add_fuzz_smoke(PREFIX TARGET SECONDS s REPLAY sources... LIBS libs...)
+# puts the fuzz target fuzz/TARGET.cpp into the suite twice:
+# - PREFIX_<name>_fuzz_replay, always: the target built with this build's own
+#   compiler (and sanitizers, if any) with a small driver (REPLAY) that replays
+#   the seeds in fuzz/corpus/<name> and then mutated seeds for a few seconds;
+# - PREFIX_<name>_libfuzzer, when clang is at hand: libFuzzer proper for
+#   SECONDS, the target of a -DTAVRO_FUZZ=ON build, or else one small clang
+#   build in fuzz-clang/ of this build folder that every fuzz test shares.
+# <name> is TARGET without its "_fuzz" ending.
+function(tavro_add_fuzz_smoke prefix target)
+  cmake_parse_arguments(F "" "SECONDS" "REPLAY;LIBS" ${ARGN})
+  string(REGEX REPLACE "_fuzz$" "" name ${target})
+  set(corpus ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
+  set(script ${PROJECT_SOURCE_DIR}/fuzz/fuzz-smoke.sh)
+
+  add_executable(${target}_replay ${PROJECT_SOURCE_DIR}/fuzz/${target}.cpp ${F_REPLAY})
+  target_link_libraries(${target}_replay PRIVATE ${F_LIBS})
+  add_test(NAME ${prefix}_${name}_fuzz_replay COMMAND ${target}_replay -seconds=3 ${corpus})
+  set_tests_properties(${prefix}_${name}_fuzz_replay PROPERTIES TIMEOUT 120 LABELS fuzz)
+
+  set(test ${prefix}_${name}_libfuzzer)
+  if(TAVRO_FUZZ)
+    add_test(NAME ${test} COMMAND ${script} --binary $<TARGET_FILE:${target}> ${PROJECT_SOURCE_DIR}
+                                  ${CMAKE_BINARY_DIR}/fuzz-run ${F_SECONDS} ${target})
+  else()
+    find_program(TAVRO_CLANGXX NAMES clang++ clang++-19 clang++-18 clang++-17 clang++-16
+                                      clang++-15 clang++-14)
+    find_program(TAVRO_CLANG NAMES clang clang-19 clang-18 clang-17 clang-16 clang-15 clang-14)
+    if(TAVRO_CLANGXX AND TAVRO_CLANG)
+      add_test(NAME ${test} COMMAND ${script} --clang ${TAVRO_CLANG} ${TAVRO_CLANGXX}
+                                    ${PROJECT_SOURCE_DIR} ${CMAKE_BINARY_DIR}/fuzz-clang
+                                    ${F_SECONDS} ${target})
+    else()
+      message(STATUS "clang++ not found: ${test} is left out (the replay driver stays)")
+    endif()
+  endif()
+  if(TEST ${test})
+    # One shared clang build folder: the runs take turns.
+    set_tests_properties(${test} PROPERTIES TIMEOUT 900 LABELS fuzz RESOURCE_LOCK fuzz-clang)
+  endif()
+endfunction()
