@@ -1,0 +1,338 @@
+#include "datafile.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <string>
+#include <unistd.h>
+
+using namespace TavroApi;
+
+namespace {
+
+std::string tempName(const char* name) {
+    return "/tmp/datafile_test_" + std::to_string(getpid()) + "_" + name;
+}
+
+std::string readAll(const std::string& name) {
+    std::ifstream in(name, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+template <class T>
+std::string image(const T& record) {
+    return std::string(reinterpret_cast<const char*>(&record), sizeof(T));
+}
+
+uint64_t le(const std::string& b, size_t at, int n) {
+    uint64_t v = 0;
+    for (int i = n - 1; i >= 0; i--)
+        v = (v << 8) | uint8_t(b.at(at + size_t(i)));
+    return v;
+}
+
+InfoBlock makeInfo(TavdFileType fileType, int numChannels, DataType dataType = DataType::Float32) {
+    InfoBlock info;
+    info.time = 1700000000123456ull;
+    info.source = 3;
+    info.numChannels = uint16_t(numChannels);
+    info.version = 2;
+    info.fileType = fileType;
+    info.dataType = dataType;
+    strcpy(info.name, "Bench1");
+    memcpy(info.location, "Lab0123456789ABC", 16); // no terminating NUL
+    info.nodeInfo.softwareVersion.ver0 = 1;
+    info.nodeInfo.softwareVersion.ver1 = 12;
+    info.nodeInfo.softwareVersion.ver2 = 3;
+    strcpy(info.nodeInfo.serialNumber, "SN0042");
+    info.measureConfig.measureMode = MeasureMode(1);
+    info.measureConfig.measureOptions = 5;
+    info.measureConfig.triggerConfig = TriggerConfig(2);
+    info.measureConfig.triggerChannel = 4;
+    info.measureConfig.triggerLevel = 1.5f;
+    info.measureConfig.triggerDelay = -1;
+    info.measureConfig.sampleRate = 10000.25;
+    info.measureConfig.numSamples0 = 100;
+    info.measureConfig.numSamples1 = 200;
+    info.measureConfig.numSamples2 = 300;
+    strcpy(info.measureConfig.description, "Pump test");
+    return info;
+}
+
+ZArray<ChannelConfig> makeChannels(int n) {
+    ZArray<ChannelConfig> channels;
+    for (int c = 0; c < n; c++) {
+        ChannelConfig ch;
+        ch.number = uint8_t(c);
+        ch.enabled = 1;
+        snprintf(ch.id, sizeof(ch.id), "ai%d", c);
+        if (c != 1)
+            snprintf(ch.name, sizeof(ch.name), "Ch%d", c);
+        ch.scale = 1.0 + c;
+        channels.append(ch);
+    }
+    return channels;
+}
+
+DataBlock makeBlock(DataType type, int numChannels, int numSamples) {
+    DataBlock b;
+    b.time = 99;
+    b.numChannels = uint16_t(numChannels);
+    b.numSamples = uint16_t(numSamples);
+    b.sequence = 7;
+    b.type = type;
+    for (int i = 0; i < DataBlock::dataMax; i++)
+        b.data[i] = float(i) * 0.5f - 3;
+    return b;
+}
+
+} // namespace
+
+TEST(DataFile, OpenAndUnknownFormats) {
+    const std::string name = tempName("open");
+    DataFile f;
+    ZError err = f.open(name.c_str(), "w", "xls");
+    EXPECT_EQ(err.number, 1);
+    EXPECT_EQ(err.string, "Uknown format: xls");
+    EXPECT_FALSE(f.isOpen());
+    EXPECT_NE(access(name.c_str(), F_OK), 0);
+
+    // Reading does not check the format word.
+    { std::ofstream(name) << "x"; }
+    EXPECT_FALSE(f.open(name.c_str(), "r", "xls"));
+    EXPECT_TRUE(f.isOpen());
+    EXPECT_EQ(f.getFileName(), name.c_str());
+    err = f.writeInfo(makeInfo(TavdFileType::Stream, 0), {});
+    EXPECT_EQ(err, ZError(12, "DataFile::writeInfo: Unknown format: xls"));
+    DataBlock block = makeBlock(DataType::Float32, 1, 1);
+    EXPECT_EQ(f.writeData(&block), ZError(12, "DataFile::writeData: Unknown format: xls"));
+    EXPECT_FALSE(f.writeData(static_cast<const DataBlock*>(nullptr)));
+    EXPECT_FALSE(f.close());
+    EXPECT_FALSE(f.writeData(&block)); // closed: nothing written
+    EXPECT_EQ(readAll(name), "x");
+    unlink(name.c_str());
+}
+
+TEST(DataFile, TavdHead) {
+    struct Case {
+        TavdFileType fileType;
+        size_t step;
+    } cases[] = {{TavdFileType::Block512, 512}, {TavdFileType::Stream, 0}};
+    for (const Case& c : cases) {
+        const std::string name = tempName("head.tavd");
+        const InfoBlock info = makeInfo(c.fileType, 3);
+        const ZArray<ChannelConfig> channels = makeChannels(4);
+        {
+            DataFile f;
+            ASSERT_FALSE(f.open(name.c_str(), "w", "tavd"));
+            ASSERT_FALSE(f.writeInfo(info, channels));
+        }
+        const std::string b = readAll(name);
+        const size_t infoStep = c.step ? c.step : 232, channelStep = c.step ? c.step : 152;
+        ASSERT_EQ(b.size(), infoStep + 3 * channelStep);
+        EXPECT_EQ(b.substr(0, 16), std::string("ZU\xe8\0\0\0\0\0\x1e\0\0\0\0\0\0\0", 16));
+        EXPECT_EQ(b.substr(16, 216), image(info));
+        EXPECT_EQ(b.substr(232, infoStep - 232), std::string(infoStep - 232, '\0'));
+        for (int ch = 0; ch < 3; ch++) {
+            const size_t at = infoStep + size_t(ch) * channelStep;
+            EXPECT_EQ(b.substr(at, 16), std::string("ZU\x98\0\0\0\0\0\x20\0\0\0\0\0\0\0", 16));
+            EXPECT_EQ(b.substr(at + 16, 136), image(channels[ch]));
+            EXPECT_EQ(b.substr(at + 152, channelStep - 152), std::string(channelStep - 152, '\0'));
+        }
+        unlink(name.c_str());
+    }
+    // A full disk: 15 with the system's text.
+    {
+        DataFile f;
+        ASSERT_FALSE(f.open("/dev/full", "w", "tavd"));
+        EXPECT_EQ(f.writeInfo(makeInfo(TavdFileType::Block512, 40), makeChannels(40)),
+                  ZError(15, strerror(ENOSPC)));
+    }
+    // Fewer channel records than the info block announces.
+    DataFile f;
+    const std::string name = tempName("few.tavd");
+    ASSERT_FALSE(f.open(name.c_str(), "w", "tavd"));
+    EXPECT_EQ(f.writeInfo(makeInfo(TavdFileType::Stream, 3), makeChannels(2)).number, 12);
+    unlink(name.c_str());
+}
+
+TEST(DataFile, TavdDataBlocks) {
+    const DataBlock plain = makeBlock(DataType::Float32, 2, 10);
+    const DataBlock raw = makeBlock(DataType::Raw40x, 9, 13);
+    const DataBlock proc = makeBlock(DataType::Proc, 10, 1);
+    DataBlockFloat full;
+    full.numChannels = 16;
+    full.numSamples = 13;
+    for (int i = 0; i < DataBlockFloat::dataMax; i++)
+        full.data[i] = float(i) + 1;
+    struct Case {
+        TavdFileType fileType;
+        const void* block;
+        bool isFloat;
+        size_t record, payload;
+    } cases[] = {
+        {TavdFileType::Stream, &plain, false, 496, 108},
+        {TavdFileType::Block512, &plain, false, 496, 512},
+        {TavdFileType::Stream, &raw, false, 496, 496},
+        {TavdFileType::Block512, &raw, false, 496, 512},
+        {TavdFileType::Stream, &proc, false, 416, 416}, // processed: never padded
+        {TavdFileType::Block512, &proc, false, 416, 416},
+        {TavdFileType::Stream, &full, true, 856, 860}, // one float past the record
+        {TavdFileType::Block512, &full, true, 856, 1024},
+    };
+    for (const Case& c : cases) {
+        const std::string name = tempName("data.tavd");
+        {
+            DataFile f;
+            ASSERT_FALSE(f.open(name.c_str(), "w", "tavd"));
+            ASSERT_FALSE(f.writeInfo(makeInfo(c.fileType, 0), {}));
+            for (int i = 0; i < 2; i++)
+                ASSERT_FALSE(c.isFloat ? f.writeData(static_cast<const DataBlockFloat*>(c.block))
+                                       : f.writeData(static_cast<const DataBlock*>(c.block)));
+        }
+        const std::string b = readAll(name);
+        const size_t head = c.fileType == TavdFileType::Block512 ? 512 : 232;
+        ASSERT_EQ(b.size(), head + 2 * (16 + c.payload)) << c.payload;
+        for (size_t at = head; at < b.size(); at += 16 + c.payload) {
+            EXPECT_EQ(le(b, at, 2), 0x555Au);
+            EXPECT_EQ(le(b, at + 2, 2), 16 + c.payload);
+            EXPECT_EQ(le(b, at + 4, 4), 0u);
+            EXPECT_EQ(le(b, at + 8, 8), 31u);
+            const size_t n = std::min(c.record, c.payload);
+            EXPECT_EQ(b.substr(at + 16, n), std::string(static_cast<const char*>(c.block), n));
+            EXPECT_EQ(b.substr(at + 16 + n, c.payload - n), std::string(c.payload - n, '\0'));
+        }
+        unlink(name.c_str());
+    }
+
+    // More samples than the record holds.
+    const std::string name = tempName("big.tavd");
+    DataFile f;
+    ASSERT_FALSE(f.open(name.c_str(), "w", "tavd"));
+    const DataBlock big = makeBlock(DataType::Float32, 12, 10);
+    EXPECT_EQ(f.writeData(&big), ZError(12, "DataFile::writeData: Bad block size"));
+    EXPECT_EQ(f.writeData(&full), ZError()); // 208 floats fit a DataBlockFloat
+    unlink(name.c_str());
+}
+
+TEST(DataFile, FloatTextMatchesPrintf) {
+    const float inf = std::numeric_limits<float>::infinity();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    for (float v : {0.0f, -0.0f, 1.0f, -2.5f, 0.1234565f, 1e-7f, -5e-7f, 5e-7f, 123456.789f, 1e30f,
+                    -3.4028235e38f, 1.17549435e-38f, 1e-45f, inf, -inf, nan, -nan}) {
+        char want[400], got[400];
+        snprintf(want, sizeof(want), "%f", double(v));
+        const int n = dataFileFormatFloat(got, double(v));
+        EXPECT_EQ(std::string(got, size_t(n)), want) << v;
+    }
+}
+
+TEST(DataFile, CsvLines) {
+    const std::string name = tempName("data.csv");
+    DataBlock block = makeBlock(DataType::Float32, 3, 2);
+    block.data[1] = -0.0f;
+    block.data[5] = 1e10f;
+    DataBlock proc = makeBlock(DataType::Proc, 10, 1);
+    DataBlockProc& p = reinterpret_cast<DataBlockProc&>(proc);
+    for (int c = 0; c < 8; c++)
+        p.analogueData[c] = DataProc();
+    p.analogueData[0].rms = 1.5f;
+    p.analogueData[0].mean = -1;
+    p.analogueData[0].alarm = 1;
+    p.analogueData[7].power = 0.25f;
+    p.digitalData = 0x2; // channel 9 high
+    {
+        DataFile f;
+        ASSERT_FALSE(f.open(name.c_str(), "w", "csv"));
+        ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 3), makeChannels(3)));
+        ASSERT_FALSE(f.writeData(&block));
+        ASSERT_FALSE(f.writeData(&proc)); // type Proc goes to the processed writer
+        p.numSamples = 2;
+        EXPECT_EQ(f.writeData(&p), ZError(12, "DataFile::writeData: Bad block size"));
+        ASSERT_FALSE(f.writeEnd());
+    }
+    const std::string zero5 = "0.000000,0.000000,0.000000,0.000000,0.000000,0";
+    std::string want = "-3.000000,-0.000000,-2.000000\n-1.500000,-1.000000,10000000000.000000\n"
+                       "1.500000,-1.000000,0.000000,0.000000,0.000000,1";
+    for (int c = 1; c < 7; c++)
+        want += "," + zero5;
+    want += ",0.000000,0.000000,0.000000,0.000000,0.250000,0,0,1\n";
+    EXPECT_EQ(readAll(name), want);
+    unlink(name.c_str());
+}
+
+TEST(DataFile, CsvHead) {
+    const std::string name = tempName("head.csv");
+    for (DataType type : {DataType::Float32, DataType::Proc}) {
+        {
+            DataFile f;
+            ASSERT_FALSE(f.open(name.c_str(), "w", "csv_with_header"));
+            ASSERT_FALSE(
+                f.writeInfo(makeInfo(TavdFileType::Stream, type == DataType::Proc ? 10 : 3, type),
+                            makeChannels(10)));
+        }
+        std::string want = "Unit serial number,SN0042\n"
+                           "Unit firmware,1.12.3\n"
+                           "Unit name,Bench1\n"
+                           "Unit location,Lab0123456789ABC\n"
+                           "Time,2023-11-14T22:13:20\n";
+        want += type == DataType::Proc ? "NumChannels,10\n" : "NumChannels,3\n";
+        want += "Description,Pump test\n"
+                "MeasureMode,1\n"
+                "MeasureOptions,5\n"
+                "TriggerConfig,2\n"
+                "TriggerChannel,4\n"
+                "TriggerLevel,1.500000\n"
+                "TriggerDelay,4294967295\n"
+                "SampleRate,10000.250000\n"
+                "NumSamples0,100\n"
+                "NumSamples1,200\n"
+                "NumSamples2,300\n";
+        if (type == DataType::Proc) {
+            want += "File DataType,2\n";
+            for (const char* n : {"Ch0", "ai1", "Ch2", "Ch3", "Ch4", "Ch5", "Ch6", "Ch7"}) {
+                if (strcmp(n, "Ch0"))
+                    want += ",";
+                for (const char* field : {".rms,", ".mean,", ".peakHigh,", ".peakLow,", ".power,"})
+                    want += std::string(n) + field;
+                want += std::string(n) + ".alarm";
+            }
+            want += ",Ch8.State,Ch9.State\n";
+        } else {
+            want += "File DataType,0\nCh0,ai1,Ch2\n";
+        }
+        EXPECT_EQ(readAll(name), want);
+    }
+    unlink(name.c_str());
+}
+
+TEST(DataFile, Tdms) {
+    const std::string name = tempName("data.tdms");
+    const DataBlock block = makeBlock(DataType::Float32, 2, 3);
+    {
+        DataFile f;
+        ASSERT_FALSE(f.open(name.c_str(), "w", "tdms"));
+        ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 2), makeChannels(2)));
+        ASSERT_FALSE(f.writeData(&block));
+        DataBlockProc proc;
+        EXPECT_EQ(f.writeData(&proc), ZError(12, "DataFile::writeData: TDMS format not supported"));
+        ASSERT_FALSE(f.writeEnd());
+    }
+    const std::string b = readAll(name);
+    auto u32 = [](uint32_t v) { return std::string(reinterpret_cast<const char*>(&v), 4); };
+    auto u64 = [](uint64_t v) { return std::string(reinterpret_cast<const char*>(&v), 8); };
+    std::string meta = u32(3) + u32(8) + "/'Group'" + u32(0xFFFFFFFF) + u32(0);
+    for (const char* path : {"/'Group'/'Ch0'", "/'Group'/'ai1'"}) // no name: the id
+        meta += u32(uint32_t(strlen(path))) + path + u32(20) + u32(9) + u32(1) + u64(1) + u32(0);
+    const std::string data(reinterpret_cast<const char*>(block.data), 6 * 4);
+    const std::string want = std::string("TDSm") + u32(46) + u32(4713) +
+                             u64(meta.size() + data.size()) + u64(meta.size()) + meta + data;
+    EXPECT_EQ(b, want);
+    unlink(name.c_str());
+}
