@@ -37,7 +37,8 @@ public:
     bool ok;
 };
 
-CommsNet::CommsNet(unsigned int, unsigned int) : owaiting(0), oclosing(false) {}
+CommsNet::CommsNet(unsigned int, unsigned int)
+    : owaiting(0), oclosing(false), orxHead(0), orxTail(0) {}
 
 CommsNet::~CommsNet() {
     disconnect();
@@ -65,7 +66,8 @@ ZError CommsNet::connect(const ZString& host, unsigned short port) {
         osocket.close();
         return err;
     }
-    ocarry.clear();
+    orxHead = orxTail = 0;
+    orxEnd = ZError();
     oclosing = false;
     return ZComms::connect(nullptr);
 }
@@ -97,27 +99,25 @@ ZError CommsNet::writeChunks(const ZDataChunk* chunks, unsigned int n, unsigned 
 }
 
 unsigned int CommsNet::readAvailable() {
-    return unsigned(ocarry.size()) + osocket.recvAvailable();
+    return buffered() + osocket.recvAvailable();
 }
 
-unsigned int CommsNet::takeCarry(void* data, unsigned int n) {
-    unsigned int k = std::min(n, unsigned(ocarry.size()));
-    memcpy(data, ocarry.data(), k);
-    ocarry.erase(ocarry.begin(), ocarry.begin() + k);
-    return k;
-}
-
-// Moves what the kernel holds (less than the wait needs) into the carry buffer.
-void CommsNet::pullIntoCarry(unsigned int count) {
-    unsigned int queued = osocket.recvAvailable();
-    unsigned int want = count - unsigned(ocarry.size());
-    if (queued == 0 || want == 0)
-        return;
-    size_t at = ocarry.size();
-    ocarry.resize(at + std::min(queued, want));
+// One recv without waiting of what the kernel holds, behind the buffered
+// bytes (fewer than count). The buffer is compacted first and grows only
+// while it is full and still short of count.
+ZError CommsNet::fill(unsigned int count) {
+    if (orxHead > 0) {
+        memmove(orx.data(), orx.data() + orxHead, orxTail - orxHead);
+        orxTail -= orxHead;
+        orxHead = 0;
+    }
+    if (orxTail == orx.size())
+        orx.resize(std::max(size_t(RxBufferSize), std::min(orx.size() * 2, size_t(count))));
     unsigned int got = 0;
-    osocket.recv(ocarry.data() + at, unsigned(ocarry.size() - at), got, MSG_DONTWAIT);
-    ocarry.resize(at + got);
+    ZError err =
+        osocket.recv(orx.data() + orxTail, unsigned(orx.size() - orxTail), got, MSG_DONTWAIT);
+    orxTail += got;
+    return err;
 }
 
 ZError CommsNet::read(void* data, unsigned int n, unsigned int& got) {
@@ -128,19 +128,14 @@ ZError CommsNet::read(void* data, unsigned int n, unsigned int& got) {
     ZError err = wait(2, otimeout, n);
     if (err)
         return err;
-    // recv of 0 bytes would read as an orderly close.
     if (n == 0)
         return ZError();
-    if (ocarry.empty())
-        return osocket.recv(data, n, got, 0);
-    // Carried bytes first, then what the kernel has without waiting; an end
-    // of stream or an error behind them shows at the next read.
-    got = takeCarry(data, n);
-    if (got < n && osocket.recvAvailable() > 0) {
-        unsigned int more = 0;
-        if (!osocket.recv(static_cast<char*>(data) + got, n - got, more, MSG_DONTWAIT))
-            got += more;
-    }
+    // Fewer than n only when the peer has closed: the rest, then the close.
+    if (buffered() == 0)
+        return orxEnd;
+    got = std::min(n, buffered());
+    memcpy(data, orx.data() + orxHead, got);
+    orxHead += got;
     return ZError();
 }
 
@@ -153,12 +148,29 @@ ZError CommsNet::wait(unsigned int, unsigned int timeoutUs, unsigned int count) 
     const Clock::time_point deadline = Clock::now() + std::chrono::microseconds(timeoutUs);
     ZPoll poll;
     poll.append(osocket.getFd(), POLLIN | POLLRDHUP);
-    bool first = true;
+    bool first = true, pull = true;
     for (;;) {
         if (oclosing)
             return notConnected();
-        if (readAvailable() >= count)
+        // At the end of the stream read hands out what is left, then the close.
+        if (buffered() >= count || orxEnd)
             return ZError();
+        // Take what the kernel holds; poll only when that is not enough. A
+        // recv that got bytes emptied the kernel's queue, so poll next.
+        if (pull) {
+            ZError err = fill(count);
+            if (!err) {
+                pull = false;
+                continue;
+            }
+            if (err.number == -32) {
+                orxEnd = err;
+                continue;
+            }
+            if (err.number != -EAGAIN && err.number != -EWOULDBLOCK)
+                return ZError(1, ZString("Poll error: ") + err.string);
+        }
+        pull = true;
         // The first poll gets the whole time-out; a repeated one what is left of it.
         int64_t leftUs = forever ? -1 : int64_t(timeoutUs);
         if (!forever && !first) {
@@ -177,13 +189,7 @@ ZError CommsNet::wait(unsigned int, unsigned int timeoutUs, unsigned int count) 
             return err;
         if (events & (POLLERR | POLLHUP | POLLNVAL))
             return ZError(1, ZString("Poll error: ") + strerror(errno));
-        // End of stream: read hands out what is left, then reports the close.
-        if (events & POLLRDHUP)
-            return ZError();
-        // Readable, but maybe still short of count: take the queued bytes so
-        // that the kernel accepts more and the next poll sleeps until it has.
-        if (readAvailable() < count)
-            pullIntoCarry(count);
+        // Readable or at the end of the stream: the next round takes it in.
     }
 }
 

@@ -17,12 +17,12 @@ namespace TavroApi {
 // is using it any more (`waiting` counts them), so no call ever touches a
 // closed or reused descriptor.
 //
-// Waiting for count bytes leaves them in the kernel while it keeps taking in
-// more. It may stop short of count until the application reads (TCP flow
-// control: on loopback, with 64 KB segments, the sender was seen holding back
-// with a few hundred bytes queued here); then wait() moves the queued bytes
-// into a carry buffer, which lets the connection go on. readAvailable() and
-// read() count and hand out carried bytes first.
+// Input goes through a receive buffer: whenever it holds fewer bytes than a
+// read or wait needs, one recv takes as much as the kernel has, up to the free
+// space (64 KB, more while a single wait needs more), so a burst of small
+// records costs one system call rather than several per record. Taking the
+// bytes out also lets the sender go on (TCP flow control) while a large read
+// waits. readAvailable() counts buffered and kernel-queued bytes.
 class CommsNet : public ZComms {
 public:
     static const unsigned short UnitPort = 40358;
@@ -44,8 +44,8 @@ public:
     // One gathered send of all chunks.
     ZError writeChunks(const ZDataChunk* chunks, unsigned int n, unsigned int& written) override;
     unsigned int readAvailable() override;
-    // Waits for n bytes (default time-out), then hands out up to n bytes:
-    // carried ones first, otherwise one recv.
+    // Waits for n bytes (default time-out), then hands out up to n bytes from
+    // the receive buffer (fewer only when the peer has closed).
     ZError read(void* data, unsigned int n, unsigned int& got) override;
     // Until count bytes can be read: success; the time-out: -110 "Timeout";
     // an error or hang-up on the socket: 1 "Poll error: ...". When the peer
@@ -57,15 +57,21 @@ public:
 
 private:
     class Use;
-    void pullIntoCarry(unsigned int count);
-    unsigned int takeCarry(void* data, unsigned int n);
+    enum { RxBufferSize = 65536 };
+
+    unsigned int buffered() const { return unsigned(orxTail - orxHead); }
+    ZError fill(unsigned int count);
 
     ZSocket osocket;
     std::atomic<int> owaiting;
     std::atomic<bool> oclosing;
-    // Bytes taken from the kernel by wait() and not read yet; the reading
-    // thread alone touches them.
-    std::vector<char> ocarry;
+    // Bytes taken from the kernel and not read yet lie in orx[orxHead,
+    // orxTail). orxEnd is the close the peer was seen to make, handed to
+    // read() once the buffer is empty. The reading thread alone touches them.
+    std::vector<char> orx;
+    size_t orxHead;
+    size_t orxTail;
+    ZError orxEnd;
 };
 
 } // namespace TavroApi

@@ -4,10 +4,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <string>
 #include <thread>
+#include <vector>
 
 using TavroApi::CommsNet;
 
@@ -185,6 +187,44 @@ TEST_F(Connected, ReadLargerThanTheReceiveBufferCompletes) {
     sender.join();
     EXPECT_FALSE(net.read(&got[0], 4, n));
     EXPECT_EQ(got.substr(0, n), "next");
+}
+
+TEST_F(Connected, BufferedBytesKeepTheirOrderAcrossRecordsAndRefills) {
+    // Many small records in one segment: handed out in order, each counted.
+    std::string records;
+    for (int i = 0; i < 300; i++)
+        records += "r" + std::to_string(1000 + i) + "..";
+    ASSERT_NO_FATAL_FAILURE(peerSend(records));
+    ASSERT_FALSE(net.wait(2, 2000000, unsigned(records.size())));
+    char rec[7];
+    unsigned int got = 0;
+    for (size_t at = 0; at < records.size(); at += 7) {
+        ASSERT_EQ(net.readAvailable(), records.size() - at);
+        ASSERT_FALSE(net.read(rec, 7, got));
+        ASSERT_EQ(std::string(rec, got), records.substr(at, 7));
+    }
+    EXPECT_EQ(net.readAvailable(), 0u);
+
+    // Reads of odd sizes straddle refills and buffer growth; then the close.
+    std::string data(400000, 0), out;
+    for (size_t i = 0; i < data.size(); i++)
+        data[i] = char(i * 13 + i / 509);
+    std::thread sender([&] { peerSend(data); });
+    net.setTimeout(5000000);
+    std::vector<char> buf(100000);
+    const unsigned int sizes[] = {16, 496, 1, 65535, 70001, 3, 65536};
+    for (size_t k = 0; out.size() < data.size(); k++) {
+        unsigned int n = unsigned(std::min<size_t>(sizes[k % 7], data.size() - out.size()));
+        ZError e = net.read(buf.data(), n, got);
+        ASSERT_FALSE(e) << e.string;
+        ASSERT_EQ(got, n);
+        out.append(buf.data(), got);
+    }
+    sender.join();
+    EXPECT_TRUE(out == data);
+    peer.close();
+    EXPECT_EQ(net.read(rec, 7, got), ZError(-32, "Connection Closed by Peer"));
+    EXPECT_EQ(got, 0u);
 }
 
 TEST_F(Connected, DisconnectFromAnotherThreadEndsABlockedWaitOrRead) {
