@@ -138,12 +138,16 @@ void SimTcpServer::serveSession() {
     // The link stays until this thread drops it below, so it may be used
     // outside the lock; stop() only interrupts it.
     ounit.serve(*link);
+    decltype(olink) done;
     {
         ZMutexLock lock(olinkMutex);
-        olink.reset(); // closes the connection
+        done = std::move(olink);
     }
     osessions++;
+    // Free before the connection closes: a client that sees the close and
+    // connects again at once must be taken, not refused as a second client.
     obusy = false;
+    done.reset(); // closes the connection
 }
 
 } // namespace TavroSim
