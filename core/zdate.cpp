@@ -59,21 +59,7 @@ ZString ZDate::getString() const {
 }
 
 ZString ZDate::getStringFormatted(const ZString& format) const {
-    int y, m, d;
-    getDate(y, m, d);
-    struct tm tm;
-    memset(&tm, 0, sizeof(tm));
-    tm.tm_year = y - 1900;
-    tm.tm_mon = m - 1;
-    tm.tm_mday = d;
-    tm.tm_yday = oyday;
-    int64_t days = ztime::daysFromCivil(y, m, d);
-    tm.tm_wday = int(((days % 7) + 7 + 4) % 7); // 1970-01-01 was a Thursday
-    char buf[65];
-    size_t n = strftime(buf, sizeof(buf), format.retStr(), &tm);
-    if (n == 0)
-        return ZString();
-    return ZString(buf, int(n));
+    return ztime::formatDay(oyear, oyday, 0, 0, 0, format.retStr());
 }
 
 ZError ZDate::setString(const ZString& text) {

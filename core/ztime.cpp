@@ -134,6 +134,33 @@ ZString strftimeUtc(int64_t seconds, const char* format) {
     return ZString(buf, int(n));
 }
 
+} // namespace
+
+namespace ztime {
+ZString formatDay(int year, int yday, int hour, int minute, int second, const char* format) {
+    int month, day;
+    monthDayFromYDay(year, yday, month, day);
+    struct tm tm;
+    memset(&tm, 0, sizeof(tm));
+    tm.tm_year = year - 1900;
+    tm.tm_mon = month - 1;
+    tm.tm_mday = day;
+    tm.tm_yday = yday;
+    tm.tm_hour = hour;
+    tm.tm_min = minute;
+    tm.tm_sec = second;
+    int64_t days = daysFromCivil(year, 1, 1) + yday;
+    tm.tm_wday = int(((days % 7) + 7 + 4) % 7); // 1970-01-01 was a Thursday
+    char buf[65];
+    size_t n = strftime(buf, sizeof(buf), format, &tm);
+    if (n == 0)
+        return ZString();
+    return ZString(buf, int(n));
+}
+} // namespace ztime
+
+namespace {
+
 long localOffset(time_t t) {
     tzset(); // follow changes of TZ
     struct tm tm;

@@ -144,6 +144,9 @@ void monthDayFromYDay(int year, int yday, int& month, int& day);
 // Days since 1970-01-01 of a Gregorian date (proleptic; negative before 1970), and back.
 int64_t daysFromCivil(int64_t year, int month, int day);
 void civilFromDays(int64_t days, int64_t& year, int& month, int& day);
+// strftime of a day of the year and a time of day, into at most 64
+// characters; empty when the result would be longer.
+ZString formatDay(int year, int yday, int hour, int minute, int second, const char* format);
 } // namespace ztime
 
 #endif

@@ -201,24 +201,7 @@ ZString ZTimeStamp::getStringNoMs(const ZString& separator) const {
 }
 
 ZString ZTimeStamp::getStringFormatted(const ZString& format) const {
-    int m, d;
-    ztime::monthDayFromYDay(oyear, oyday, m, d);
-    struct tm tm;
-    memset(&tm, 0, sizeof(tm));
-    tm.tm_year = oyear - 1900;
-    tm.tm_mon = m - 1;
-    tm.tm_mday = d;
-    tm.tm_yday = oyday;
-    tm.tm_hour = ohour;
-    tm.tm_min = ominute;
-    tm.tm_sec = osecond;
-    int64_t days = ztime::daysFromCivil(oyear, 1, 1) + oyday;
-    tm.tm_wday = int(((days % 7) + 7 + 4) % 7); // 1970-01-01 was a Thursday
-    char buf[65];
-    size_t n = strftime(buf, sizeof(buf), format.retStr(), &tm);
-    if (n == 0)
-        return ZString();
-    return ZString(buf, int(n));
+    return ztime::formatDay(oyear, oyday, ohour, ominute, osecond, format.retStr());
 }
 
 ZError ZTimeStamp::setString(const ZString& text) {
