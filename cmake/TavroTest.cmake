@@ -43,7 +43,8 @@ endfunction()
 # tavro_add_fuzz_smoke(PREFIX TARGET SECONDS s REPLAY sources... LIBS libs...)
 # puts the fuzz target fuzz/TARGET.cpp into the suite twice:
 # - PREFIX_<name>_fuzz_replay, always: the target built with this build's own
-#   compiler (and sanitizers, if any) with a small driver (REPLAY) that replays
+#   compiler (and sanitizers, if any) with the driver tests/common/fuzzreplay.cpp
+#   and the target's mutations (REPLAY, see fuzzreplay.h); it replays
 #   the seeds in fuzz/corpus/<name> and then mutated seeds for a few seconds;
 # - PREFIX_<name>_libfuzzer, when clang is at hand: libFuzzer proper for
 #   SECONDS, the target of a -DTAVRO_FUZZ=ON build, or else one small clang
@@ -55,7 +56,9 @@ function(tavro_add_fuzz_smoke prefix target)
   set(corpus ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
   set(script ${PROJECT_SOURCE_DIR}/fuzz/fuzz-smoke.sh)
 
-  add_executable(${target}_replay ${PROJECT_SOURCE_DIR}/fuzz/${target}.cpp ${F_REPLAY})
+  add_executable(${target}_replay ${PROJECT_SOURCE_DIR}/fuzz/${target}.cpp ${F_REPLAY}
+                                 ${PROJECT_SOURCE_DIR}/tests/common/fuzzreplay.cpp)
+  target_include_directories(${target}_replay PRIVATE ${PROJECT_SOURCE_DIR}/tests/common)
   target_link_libraries(${target}_replay PRIVATE ${F_LIBS})
   add_test(NAME ${prefix}_${name}_fuzz_replay COMMAND ${target}_replay -seconds=3 ${corpus})
   set_tests_properties(${prefix}_${name}_fuzz_replay PROPERTIES TIMEOUT 120 LABELS fuzz)
