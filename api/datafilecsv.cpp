@@ -29,6 +29,62 @@ void appendInt(std::string& line, unsigned value) {
     line.append(text, size_t(r.ptr - text));
 }
 
+// Decimal digits of v at out; returns the end.
+char* putDigits(char* out, uint64_t v) {
+    return std::to_chars(out, out + 20, v).ptr;
+}
+
+// The six decimals of "%f" done in integers, for |value| < 2^64: the
+// double is m * 2^e exactly, so the integer part and the fraction scaled
+// by 10^6 come out of shifts, rounded half to even as printf rounds.
+// Returns null when the value is out of that range.
+char* formatFixed6(char* out, double value) {
+    uint64_t bits;
+    memcpy(&bits, &value, sizeof(bits));
+    const int biased = int((bits >> 52) & 0x7FF);
+    uint64_t m = bits & ((uint64_t(1) << 52) - 1);
+    int e = -1074;
+    if (biased) {
+        m |= uint64_t(1) << 52;
+        e = biased - 1075;
+    }
+    uint64_t whole = 0, frac6 = 0;
+    if (e >= 0) {
+        if (e > 11) // m << e might not fit 64 bits
+            return nullptr;
+        whole = m << e;
+    } else {
+        const unsigned k = unsigned(-e);
+        uint64_t fraction = m; // the k bits below the point
+        if (k < 64) {
+            whole = m >> k;
+            fraction = m & ((uint64_t(1) << k) - 1);
+        }
+        // fraction * 10^6 < 2^(53 + 20): 128 bits hold it and the shift.
+        const unsigned __int128 scaled = (unsigned __int128)fraction * 1000000u;
+        if (k < 128) {
+            frac6 = uint64_t(scaled >> k);
+            const unsigned __int128 rest = scaled - ((unsigned __int128)frac6 << k);
+            const unsigned __int128 half = (unsigned __int128)1 << (k - 1);
+            if (rest > half || (rest == half && (frac6 & 1)))
+                frac6++;
+            if (frac6 == 1000000) {
+                frac6 = 0;
+                whole++;
+            }
+        }
+    }
+    if (bits >> 63)
+        *out++ = '-';
+    out = putDigits(out, whole);
+    *out++ = '.';
+    for (int i = 5; i >= 0; i--) {
+        out[i] = char('0' + frac6 % 10);
+        frac6 /= 10;
+    }
+    return out + 6;
+}
+
 } // namespace
 
 int dataFileFormatFloat(char* out, double value) {
@@ -43,6 +99,8 @@ int dataFileFormatFloat(char* out, double value) {
         strcpy(out, text);
         return int(strlen(text));
     }
+    if (const char* end = formatFixed6(out, value))
+        return int(end - out);
     const std::to_chars_result r =
         std::to_chars(out, out + 399, value, std::chars_format::fixed, 6);
     return int(r.ptr - out);
@@ -112,17 +170,23 @@ ZError DataFile::writeCsv(const DataBlock* block, unsigned maxSamples) {
     // The data may run on into a DataBlockFloat's larger array.
     const float* data = reinterpret_cast<const float*>(reinterpret_cast<const uint8_t*>(block) +
                                                        sizeof(DataBlockHeader));
-    std::string text;
-    text.reserve(numChannels * numSamples * 12 + numSamples);
+    // A float takes at most 48 characters ("-" and 39 digits, point and six
+    // decimals); the formatter is given room for its longest text besides.
+    const size_t valueMax = 48, formatRoom = 400;
+    char* const text =
+        reinterpret_cast<char*>(scratch(numSamples * (numChannels * valueMax + 1) + formatRoom));
+    if (!text)
+        return ZError(12, "DataFile::writeData: Out of memory");
+    char* out = text;
     for (unsigned s = 0; s < numSamples; s++) {
         for (unsigned c = 0; c < numChannels; c++) {
             if (c)
-                text += ',';
-            appendFloat(text, data[s * numChannels + c]);
+                *out++ = ',';
+            out += dataFileFormatFloat(out, data[s * numChannels + c]);
         }
-        text += '\n';
+        *out++ = '\n';
     }
-    return put(text.data(), text.size());
+    return put(text, size_t(out - text));
 }
 
 ZError DataFile::writeCsv(const DataBlockProc* block) {

@@ -134,12 +134,14 @@ ZError tavdConvert(const ZString& input, const ZString& output, bool csvWithHead
                 if (!(err = rawConverter(block, floats)))
                     err = out.writeData(&floats);
             } else {
+                // Float blocks as the application records them: up to 16
+                // channels of 13 samples, more than a unit's DataBlock holds.
                 const unsigned samples = unsigned(head.numChannels) * head.numSamples;
-                if (samples > unsigned(DataBlock::dataMax) ||
+                if (samples > unsigned(DataBlockFloat::dataMax) ||
                     sizeof(DataBlockHeader) + 4 * samples > length)
                     return errRead;
-                takeRecord(block, payload, length);
-                err = out.writeData(&block);
+                takeRecord(floats, payload, length);
+                err = out.writeData(&floats);
             }
             if (err)
                 return err;

@@ -84,3 +84,46 @@ function(tavro_add_fuzz_smoke prefix target)
     set_tests_properties(${test} PROPERTIES TIMEOUT 900 LABELS fuzz RESOURCE_LOCK fuzz-clang)
   endif()
 endfunction()
+
+# tavro_add_qtest(NAME SOURCES a.cpp ... [LIBS ...] [TIMEOUT s] [ENV VAR=value ...])
+# builds one QtTest executable (AUTOMOC on, linked with Qt5::Test) and
+# registers it with a time limit. It runs on the offscreen platform, with
+# XDG_RUNTIME_DIR in the build folder and its own XDG_CONFIG_HOME, which a
+# setup test empties first so that no settings survive from an earlier run.
+# Under sanitizers the folder's lsan.supp, if any, suppresses the leaks of
+# the libraries underneath.
+function(tavro_add_qtest name)
+  cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;ENV" ${ARGN})
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT ${TAVRO_TEST_TIMEOUT})
+  endif()
+  add_executable(${name} ${T_SOURCES})
+  set_target_properties(${name} PROPERTIES AUTOMOC ON)
+  target_link_libraries(${name} PRIVATE Qt5::Test ${T_LIBS})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+
+  set(runtime ${CMAKE_CURRENT_BINARY_DIR}/xdg-runtime)
+  if(NOT EXISTS ${runtime})
+    file(MAKE_DIRECTORY ${runtime})
+    execute_process(COMMAND chmod 700 ${runtime})
+  endif()
+  set(config ${CMAKE_CURRENT_BINARY_DIR}/xdg-config-${name})
+  add_test(NAME ${name}_settings COMMAND ${CMAKE_COMMAND} -E rm -rf ${config})
+  set_tests_properties(${name}_settings PROPERTIES TIMEOUT 30 FIXTURES_SETUP ${name}_settings)
+
+  add_test(NAME ${name} COMMAND $<TARGET_FILE:${name}> WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+  set(env "QT_QPA_PLATFORM=offscreen" "XDG_RUNTIME_DIR=${runtime}" "XDG_CONFIG_HOME=${config}"
+          "TAVRO_TEST_TMP=${CMAKE_CURRENT_BINARY_DIR}/tmp-${name}" ${T_ENV})
+  if(TAVRO_SANITIZE)
+    # Qt's libraries have no frame pointers: full unwinding gives the
+    # stacks that the suppressions match.
+    list(APPEND env "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=1:fast_unwind_on_malloc=0"
+         "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"
+         "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/lsan.supp)
+      list(APPEND env "LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_SOURCE_DIR}/lsan.supp:print_suppressions=0")
+    endif()
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT} ENVIRONMENT "${env}"
+                       FIXTURES_REQUIRED ${name}_settings LABELS gui)
+endfunction()

@@ -11,6 +11,7 @@
 #include <limits>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 using namespace TavroApi;
 
@@ -230,6 +231,39 @@ TEST(DataFile, FloatTextMatchesPrintf) {
         snprintf(want, sizeof(want), "%f", double(v));
         const int n = dataFileFormatFloat(got, double(v));
         EXPECT_EQ(std::string(got, size_t(n)), want) << v;
+    }
+    // Exact halves of the sixth decimal round to even; values next to the
+    // 2^64 limit of the integer path; random floats and doubles of every
+    // exponent, and random floats of capture size.
+    std::vector<double> values = {0.0078125,
+                                  0.0234375,
+                                  2.5e-6 + 0.0000005,
+                                  0.9999995,
+                                  -0.9999995,
+                                  1.0 / 1024 / 1024,
+                                  0x1p63,
+                                  0x1p64 - 0x1p11,
+                                  0x1p64,
+                                  -0x1p64,
+                                  0x1.fffffffffffffp63,
+                                  4.9406564584124654e-324};
+    uint64_t x = 0x9E3779B97F4A7C15ull;
+    for (int i = 0; i < 60000; i++) {
+        x ^= x << 13, x ^= x >> 7, x ^= x << 17;
+        float f;
+        const uint32_t fbits = uint32_t(x >> 32);
+        memcpy(&f, &fbits, sizeof(f));
+        double d;
+        memcpy(&d, &x, sizeof(d));
+        values.push_back(f);
+        values.push_back(d);
+        values.push_back(double(float(int64_t(x % 2000001) - 1000000) / 64.0f));
+    }
+    for (double v : values) {
+        char want[400], got[400];
+        snprintf(want, sizeof(want), "%f", v);
+        const int n = dataFileFormatFloat(got, v);
+        ASSERT_EQ(std::string(got, size_t(n)), want) << std::hexfloat << v;
     }
 }
 

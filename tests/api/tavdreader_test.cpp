@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -219,6 +220,37 @@ TEST(TavdReader, RawConverter) {
     const std::string text = readAll(out);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 13);
     EXPECT_EQ(text.substr(text.size() - 12), ",207.000000\n");
+    unlink(raw.c_str());
+    unlink(out.c_str());
+}
+
+// The application records whole 16 x 13 float blocks (860-byte payloads);
+// they convert back. One sample more than a DataBlockFloat holds is refused.
+TEST(TavdReader, FloatBlocksOfAFullUnit) {
+    const std::string raw = tempName("full.tavd"), out = tempName("full.csv");
+    DataBlockFloat full;
+    full.numChannels = DataBlockFloat::channelsMax;
+    full.numSamples = DataBlockFloat::samplesMax;
+    for (int i = 0; i < DataBlockFloat::dataMax; i++)
+        full.data[i] = float(i) - 0.5f;
+    {
+        DataFile f;
+        ASSERT_FALSE(f.open(raw.c_str(), "w", "tavd"));
+        ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 0), makeChannels(0)));
+        ASSERT_FALSE(f.writeData(&full));
+    }
+    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), false));
+    const std::string text = readAll(out);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 13);
+    EXPECT_EQ(text.substr(0, 20), "-0.500000,0.500000,1");
+    EXPECT_EQ(text.substr(text.size() - 12), ",206.500000\n");
+
+    // 209 samples claimed in a payload long enough for them.
+    const std::string info = block(232, 30, image(makeInfo(TavdFileType::Stream, 0)));
+    full.numChannels = 19;
+    full.numSamples = 11;
+    writeAll(raw, info + block(16 + 24 + 4 * 209, 31, image(full) + std::string(4, '\0')));
+    EXPECT_EQ(tavdConvert(raw.c_str(), out.c_str(), false), ZError(15, "File read error"));
     unlink(raw.c_str());
     unlink(out.c_str());
 }

@@ -1,0 +1,275 @@
+// The tavroCli program run as a child process against simulated units of
+// this process on TCP: help texts and exit codes, info as text and JSON,
+// recordings ended by time, by a block count, by SIGINT and by the unit
+// dropping the link, a group of two units, and a ".tavd" recording
+// converted to CSV.
+#include "app/recordfiles.h"
+#include "simserver.h"
+#include "simunit.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <functional>
+#include <memory>
+
+using namespace recordtest;
+using TavroSim::SimOptions;
+using TavroSim::SimTcpServer;
+using TavroSim::SimUnit;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+struct CliRun {
+    int status = -1; // the exit status; -1 when it had to be killed
+    std::string out, err;
+};
+
+// Runs tavroCli; sends SIGINT once interrupt() holds (polled), kills it after 30 s.
+CliRun runCli(const Strings& args, const std::function<bool()>& interrupt = nullptr) {
+    static int runs = 0;
+    const std::string out = freshDir("cli-run") + "/" + std::to_string(++runs);
+    const std::string err = out + ".err";
+    std::vector<char*> argv{const_cast<char*>(TAVRO_CLI_PROGRAM)};
+    for (const std::string& a : args)
+        argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) { // system calls only until exec
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (getppid() == parent && dup2(o, 1) == 1 && dup2(e, 2) == 2)
+            execv(argv[0], argv.data());
+        _exit(127);
+    }
+    CliRun r;
+    int status = 0;
+    bool interrupted = false;
+    const auto t0 = std::chrono::steady_clock::now();
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() - t0 > std::chrono::seconds(30)) {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            ADD_FAILURE() << "tavroCli did not end";
+            status = -1;
+            break;
+        }
+        if (interrupt && !interrupted && interrupt()) {
+            kill(pid, SIGINT);
+            interrupted = true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    r.status = status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.out = readAll(out);
+    r.err = readAll(err);
+    return r;
+}
+
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// A unit served on an ephemeral TCP port of 127.0.0.1.
+struct Unit {
+    explicit Unit(bool fast, const char* serial = "T400-000001")
+        : unit(options(fast, serial)), server(unit) {
+        EXPECT_FALSE(server.start("127.0.0.1", 0));
+        url = "zoapn://127.0.0.1:" + std::to_string(server.port());
+    }
+    static SimOptions options(bool fast, const char* serial) {
+        SimOptions o;
+        o.fast = fast;
+        o.serial = serial;
+        return o;
+    }
+    SimUnit unit;
+    SimTcpServer server;
+    std::string url;
+};
+
+} // namespace
+
+TEST(TavroCli, HelpTextsExitCodesAndErrorTexts) {
+    const struct {
+        Strings args;
+        int status;
+        bool onOut; // where the text goes
+        const char* text;
+    } rows[] = {
+        {{"--help"}, 0, true, "  convert   convert a .tavd raw data file"},
+        {{}, 2, false, "Usage: tavroCli COMMAND"},
+        {{"find", "--help"}, 0, true, "Usage: tavroCli find [--timeout MS]"},
+        {{"info", "--help"}, 0, true, "Usage: tavroCli info URL [--json]"},
+        {{"record", "--help"}, 0, true, "Usage: tavroCli record URL... [OPTION]..."},
+        {{"convert", "--help"}, 0, true, "Usage: tavroCli convert IN.tavd OUT.csv|OUT.tdms"},
+        {{"bogus"}, 2, false, "tavroCli: Unknown command: bogus"},
+        {{"record", "--bogus"}, 2, false, "tavroCli record: Unknown option: --bogus"},
+        {{"record"}, 2, false, "A unit URL is needed"},
+        {{"record", "zoapn://x", "--format", "xls"}, 2, false, "Unknown format: xls"},
+        {{"record", "zoapn://x", "--seconds=abc"}, 2, false, "Invalid value for --seconds: 'abc'"},
+        {{"record", "zoapn://x", "--seconds", "1", "--blocks", "2"}, 2, false, "not both"},
+        {{"record", "zoapn://x", "--processed", "--format", "tdms"}, 2, false, "processed"},
+        {{"info", "--json=yes"}, 2, false, "Option --json takes no value"},
+        {{"find", "--timeout"}, 2, false, "Option --timeout needs a value"},
+        {{"convert", "a.tavd", "b.txt"}, 2, false, "The output must end in .csv or .tdms"},
+        {{"convert", "/nonexistent/a.tavd", "/tmp/a.csv"}, 1, false, "Unable to open file: "},
+        {{"record", "foo://x", "--seconds", "1"},
+         1,
+         false,
+         "tavroCli: Invalid device name: foo://x"},
+        {{"info", "bad://u"}, 1, false, "tavroCli: Invalid device name: bad://u"},
+        {{"info", "zoapn://127.0.0.1:1"}, 1, false, "tavroCli: No connection"},
+    };
+    for (const auto& r : rows) {
+        const CliRun run = runCli(r.args);
+        const std::string what =
+            r.args.empty() ? "(none)" : r.args[0] + " " + (r.args.size() > 1 ? r.args[1] : "");
+        EXPECT_EQ(run.status, r.status) << what << "\n" << run.err;
+        EXPECT_TRUE(has(r.onOut ? run.out : run.err, r.text)) << what << "\n" << run.out << run.err;
+    }
+}
+
+TEST(TavroCli, InfoAsTextAndAsJson) {
+    Unit u(false);
+    CliRun text = runCli({"info", u.url});
+    ASSERT_EQ(text.status, 0) << text.err;
+    EXPECT_TRUE(has(text.out, "nodeInfo: ")) << text.out;
+    EXPECT_TRUE(has(text.out, "\nchannel 15: ")) << text.out;
+    EXPECT_FALSE(has(text.out, "\nchannel 16: "));
+
+    CliRun json = runCli({"info", u.url, "--json"});
+    ASSERT_EQ(json.status, 0) << json.err;
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(QByteArray::fromStdString(json.out), &error);
+    ASSERT_TRUE(doc.isObject()) << error.errorString().toStdString() << "\n" << json.out;
+    const QJsonObject o = doc.object();
+    EXPECT_EQ(o["url"].toString().toStdString(), u.url);
+    EXPECT_EQ(o["nodeInfo"].toObject()["serialNumber"].toString(), QString("T400-000001"));
+    EXPECT_EQ(o["channels"].toArray().size(), 16);
+}
+
+TEST(TavroCli, RecordForASecondGivesACompleteCsvWithHeader) {
+    Unit u(false);
+    const std::string dir = freshDir("cli-seconds");
+    CliRun run = runCli({"record", u.url, "--seconds", "1", "--rate", "1000", "--format",
+                         "csv_with_header", "--out", dir});
+    ASSERT_EQ(run.status, 0) << run.err;
+    ASSERT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 1) << run.out;
+    const std::string path = run.out.substr(0, run.out.size() - 1);
+    EXPECT_EQ(path.size(), dir.size() + strlen("/tavro_data_2024-01-01_00-00-00.csv")) << path;
+    EXPECT_EQ(path.substr(0, dir.size() + 12), dir + "/tavro_data_");
+    const std::vector<std::string> lines = readLines(path);
+    ASSERT_GT(lines.size(), 18u);
+    EXPECT_EQ(lines[0], "Unit serial number,T400-000001");
+    EXPECT_EQ(lines[13], "SampleRate,1000.000000");
+    const std::vector<std::string> data = dataLines(path);
+    ASSERT_FALSE(data.empty());
+    for (const std::string& l : data)
+        EXPECT_EQ(fields(l), 16) << l;
+    EXPECT_TRUE(has(run.err, ", " + std::to_string(data.size()) + " samples\n")) << run.err;
+    EXPECT_TRUE(has(run.err, " samples/s\n")) << "progress";
+    EXPECT_EQ(readAll(path).back(), '\n') << "the last line is whole";
+}
+
+// The simulated unit's samples depend only on the sample's place in the
+// capture (its noise starts again with every capture), so two one-shot
+// captures of the same measurement deliver the same values, and a plain csv
+// file holds nothing else: a .tavd recording converted to csv must equal the
+// csv recorded directly, byte for byte.
+TEST(TavroCli, TavdConvertedToCsvEqualsTheCsvRecordedDirectly) {
+    Unit u(true);
+    const std::string dir = freshDir("cli-convert");
+    for (const char* format : {"tavd", "csv"}) {
+        CliRun run = runCli({"record", u.url, "--samples", "650", "--rate", "1000", "--format",
+                             format, "--out", dir, "--name", "rec"});
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.out, dir + "/rec." + format + "\n");
+    }
+    CliRun plain = runCli({"convert", dir + "/rec.tavd", dir + "/conv.csv"});
+    ASSERT_EQ(plain.status, 0) << plain.err;
+    EXPECT_TRUE(has(plain.err, "converted " + dir + "/rec.tavd")) << plain.err;
+    const std::string direct = readAll(dir + "/rec.csv");
+    EXPECT_EQ(readLines(dir + "/rec.csv").size(), 650u);
+    EXPECT_TRUE(readAll(dir + "/conv.csv") == direct) << "converted and direct csv differ";
+
+    CliRun headed = runCli({"convert", dir + "/rec.tavd", dir + "/head.csv", "--header"});
+    ASSERT_EQ(headed.status, 0) << headed.err;
+    EXPECT_EQ(readLines(dir + "/head.csv")[0], "Unit serial number,T400-000001");
+    EXPECT_EQ(dataLines(dir + "/head.csv"), readLines(dir + "/rec.csv"));
+}
+
+TEST(TavroCli, RecordEndsOnABlockCountOnSigintAndOnALostUnit) {
+    {
+        Unit u(true);
+        const std::string dir = freshDir("cli-blocks");
+        CliRun run = runCli({"record", u.url, "--blocks", "10", "--out", dir, "--name", "b"});
+        ASSERT_EQ(run.status, 0) << run.err;
+        const TavdContents t = readTavd(dir + "/b.tavd");
+        EXPECT_EQ(t.end.number, 14);
+        bool contiguous = false;
+        EXPECT_EQ(samplesPerSequence(t, contiguous).size(), 10u);
+        EXPECT_TRUE(contiguous);
+    }
+    {
+        Unit u(false);
+        const std::string dir = freshDir("cli-sigint");
+        const std::string raw = dir + "/raw.csv";
+        CliRun run = runCli({"record", u.url, "--rate", "1000", "--format", "csv", "--processed",
+                             "--out", dir, "--name", "raw", "--proc-name", "proc"},
+                            [&] { return readAll(raw).size() > 20000; });
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_TRUE(has(run.err, "Interrupt, stopping")) << run.err;
+        EXPECT_EQ(run.out, raw + "\n" + dir + "/proc.csv\n");
+        for (const std::string& l : readLines(raw))
+            ASSERT_EQ(fields(l), 16) << l;
+        EXPECT_EQ(readAll(raw).back(), '\n');
+    }
+    {
+        Unit u(true);
+        u.unit.faultDropAfterBlocks(30);
+        const std::string dir = freshDir("cli-drop");
+        CliRun run = runCli({"record", u.url, "--out", dir, "--name", "d"});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_TRUE(has(run.err, "tavroCli: One or more units have disconnected")) << run.err;
+        const TavdContents t = readTavd(dir + "/d.tavd");
+        EXPECT_EQ(t.end.number, 14) << "complete";
+        bool contiguous = false;
+        EXPECT_GT(samplesPerSequence(t, contiguous).size(), 20u) << "30 blocks, some processed";
+        EXPECT_TRUE(contiguous);
+    }
+}
+
+// Two units make one group of 32 channels; a block of 32 channels and 13 rows
+// does not fit one float record of a .tavd file and goes in pieces of whole rows.
+TEST(TavroCli, RecordsAGroupOfUnitsInEveryFormat) {
+    Unit a(true, "T400-000001"), b(true, "T400-000002");
+    const std::string dir = freshDir("cli-group");
+    for (const char* format : {"csv", "tavd"}) {
+        CliRun run = runCli({"record", a.url, b.url, "--samples", "26", "--format", format, "--out",
+                             dir, "--name", "g"});
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_TRUE(has(run.err, "recording 2 units")) << run.err;
+    }
+    const std::vector<std::string> lines = readLines(dir + "/g.csv");
+    ASSERT_EQ(lines.size(), 26u);
+    for (const std::string& line : lines)
+        EXPECT_EQ(fields(line), 32);
+    const TavdContents t = readTavd(dir + "/g.tavd");
+    EXPECT_EQ(t.end.number, 14);
+    bool contiguous = false;
+    EXPECT_EQ(samplesPerSequence(t, contiguous), (std::vector<unsigned>{13, 13}));
+    EXPECT_TRUE(contiguous);
+    ASSERT_FALSE(t.data.empty());
+    EXPECT_EQ(t.data[0].numChannels, 32);
+    EXPECT_EQ(t.channels.size(), t.info.numChannels);
+}
