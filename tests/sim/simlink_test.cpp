@@ -82,6 +82,9 @@ TEST(SimTcpServer, OneClientAtATimeCapturesReconnectsAndComesBackAfterAReboot) {
     // A reboot drops the client; the unit comes back and takes the next one.
     unit.reboot();
     EXPECT_TRUE(c.endedWith(-32)) << c.ended;
+    // The server's side of the session may still be closing: a client that
+    // came now would be refused as a second one.
+    ASSERT_TRUE(eventually([&] { return server.sessions() == 2 && !server.serving(); }));
     Connection d;
     ASSERT_FALSE(d.openTcp(server.port()));
     TavroApi::NodeInfo info;
