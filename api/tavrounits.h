@@ -101,7 +101,10 @@ private:
 // fillWaitUs. A unit that does not catch up in
 // that time is given up on: from then on, until the waiting blocks are down
 // to half, the oldest incomplete block is dropped instead and counted
-// (droppedIncomplete) and reported the same way.
+// (droppedIncomplete) and reported the same way. Complete blocks go to the
+// streams batchMaxBlocks at a time, and at most readyMaxBlocks wait for the
+// processing thread (held up by a slow event); beyond that the oldest is
+// dropped, counted (droppedBehind) and reported.
 //
 // Threads: group calls come from any thread and run one at a time under the
 // group mutex; each unit's receive thread feeds the merge; the processing
@@ -119,6 +122,8 @@ public:
     static constexpr unsigned int streamMaxBlocks = 32768;
     static constexpr unsigned int fillMaxBlocks = 4096;
     static constexpr unsigned int fillWaitUs = 1000000;
+    static constexpr unsigned int batchMaxBlocks = 1024;
+    static constexpr unsigned int readyMaxBlocks = 32768;
     static constexpr unsigned int maxUnits = 32;
 
     // options is kept for the application (options()); none is defined here.
@@ -211,6 +216,7 @@ public:
     uint64_t droppedBlocks(unsigned int stream) const;
     uint64_t droppedProcBlocks(unsigned int stream) const;
     uint64_t droppedIncomplete() const;
+    uint64_t droppedBehind() const;
 
     // Events, empty here.
     virtual void disconnected();

@@ -62,6 +62,8 @@ TavroUnits::Impl::Impl()
     : allMask(0), channels(0), master(nullptr),
       incomplete("TavroUnits::sendDataQueue: block %u still waits for a unit, %llu incomplete "
                  "blocks dropped\n"),
+      overflow("TavroUnits::sendDataQueue: processing behind, block %u and %llu blocks in all "
+               "dropped\n"),
       stalled(false), fillNumber(0), index(IndexSize, nullptr), numStreams(0), streamsOn(true),
       quit(false) {}
 
@@ -175,8 +177,18 @@ void TavroUnits::Impl::release() {
     }
     if (stalled && unsigned(filling.number()) <= TavroUnits::fillMaxBlocks / 2)
         stalled = false;
+    // While the processing thread is held up (a slow file, a reader inside
+    // an event) complete blocks wait here; beyond a stream's worth the
+    // oldest go.
+    int dropped = 0;
+    while (unsigned(ready.number()) > TavroUnits::readyMaxBlocks) {
+        overflow.add(ready.front().header.sequence);
+        ZMutexLock lock(freeMutex);
+        freeBlocks.spliceLast(ready, ready.first());
+        dropped++;
+    }
     if (n) {
-        pending.increment(int(n));
+        pending.increment(int(n) - dropped);
         readyCount.increment(int(n));
     }
     fillChanged();
@@ -337,10 +349,14 @@ void TavroUnits::sendDataProcess() {
         {
             ZMutexLock process(d.processMutex);
             {
+                // A batch at a time, so that a backlog reaches the streams
+                // no faster than their readers' events can take it.
                 ZMutexLock fill(d.fillMutex);
-                d.batch.swap(d.ready);
-                d.procBatch.swap(d.procReady);
-                d.readyCount.setValue(0);
+                for (unsigned int i = 0; i < batchMaxBlocks && !d.ready.isEmpty(); i++)
+                    d.batch.spliceLast(d.ready, d.ready.first());
+                for (unsigned int i = 0; i < batchMaxBlocks && !d.procReady.isEmpty(); i++)
+                    d.procBatch.spliceLast(d.procReady, d.procReady.first());
+                d.readyCount.setValue(d.ready.number() + d.procReady.number());
             }
             n = d.batch.number() + d.procBatch.number();
             ZMutexLock out(d.outMutex);
@@ -507,6 +523,11 @@ uint64_t TavroUnits::droppedProcBlocks(unsigned int stream) const {
 uint64_t TavroUnits::droppedIncomplete() const {
     ZMutexLock fill(od->fillMutex);
     return od->incomplete.count();
+}
+
+uint64_t TavroUnits::droppedBehind() const {
+    ZMutexLock fill(od->fillMutex);
+    return od->overflow.count();
 }
 
 } // namespace TavroApi

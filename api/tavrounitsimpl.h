@@ -90,9 +90,10 @@ struct TavroUnits::Impl {
     TavroBlockList ready;
     TavroProcList procReady;
     TavroDropReport incomplete;
-    bool stalled;       // a unit was given up on: nobody waits until it catches up
-    int fillNumber;     // filling.number() as fillCount last heard it
-    ZCondInt fillCount; // filling.number(), for a unit waiting for another
+    TavroDropReport overflow; // complete blocks the processing thread was too late for
+    bool stalled;             // a unit was given up on: nobody waits until it catches up
+    int fillNumber;           // filling.number() as fillCount last heard it
+    ZCondInt fillCount;       // filling.number(), for a unit waiting for another
     // The newest block being filled of each key, at key % IndexSize, so that
     // a block finds its place at once; twice the most blocks waiting.
     static constexpr unsigned int IndexSize = 2 * TavroUnits::fillMaxBlocks;

@@ -106,6 +106,12 @@ void SimTcpServer::acceptLoop() {
                 ::poll(&w, 1, 50);
             continue;
         }
+        // A session whose unit has stopped serving is ending: a client that
+        // reconnects at once is served once it is over, not refused.
+        for (int i = 0; i < 50 && obusy && !ounit.serving() && !ostopping; i++) {
+            struct pollfd w = {owake, POLLIN, 0};
+            ::poll(&w, 1, 10);
+        }
         if (obusy) {
             orefused++;
             ::close(fd);

@@ -5,5 +5,6 @@ if(TARGET tavro_sim)
   tavro_add_gtest(api_tavrounits_test
                   SOURCES ${CMAKE_CURRENT_LIST_DIR}/tavrounit_utest.cpp
                           ${CMAKE_CURRENT_LIST_DIR}/tavrounits_utest.cpp
+                          ${CMAKE_CURRENT_LIST_DIR}/tavrounitsbacklog_utest.cpp
                   LIBS tavro_sim TIMEOUT 120)
 endif()
