@@ -123,7 +123,7 @@ public:
     static constexpr unsigned int fillMaxBlocks = 4096;
     static constexpr unsigned int fillWaitUs = 1000000;
     static constexpr unsigned int batchMaxBlocks = 1024;
-    static constexpr unsigned int readyMaxBlocks = 32768;
+    static constexpr unsigned int readyMaxBlocks = 49152;
     static constexpr unsigned int maxUnits = 32;
 
     // options is kept for the application (options()); none is defined here.

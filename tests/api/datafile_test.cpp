@@ -2,15 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cerrno>
-#include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <limits>
-#include <string>
-#include <unistd.h>
 #include <vector>
 
 using namespace TavroApi;
@@ -24,6 +21,20 @@ std::string tempName(const char* name) {
 std::string readAll(const std::string& name) {
     std::ifstream in(name, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// What a file of the given format holds once body has written to it and it is closed.
+template <class F>
+std::string written(const char* format, F body) {
+    const std::string name = tempName(format);
+    {
+        DataFile f;
+        EXPECT_FALSE(f.open(name.c_str(), "w", format)) << format;
+        body(f);
+    }
+    const std::string b = readAll(name);
+    unlink(name.c_str());
+    return b;
 }
 
 template <class T>
@@ -98,9 +109,7 @@ DataBlock makeBlock(DataType type, int numChannels, int numSamples) {
 TEST(DataFile, OpenAndUnknownFormats) {
     const std::string name = tempName("open");
     DataFile f;
-    ZError err = f.open(name.c_str(), "w", "xls");
-    EXPECT_EQ(err.number, 1);
-    EXPECT_EQ(err.string, "Uknown format: xls");
+    EXPECT_EQ(f.open(name.c_str(), "w", "xls"), ZError(1, "Uknown format: xls"));
     EXPECT_FALSE(f.isOpen());
     EXPECT_NE(access(name.c_str(), F_OK), 0);
 
@@ -109,8 +118,8 @@ TEST(DataFile, OpenAndUnknownFormats) {
     EXPECT_FALSE(f.open(name.c_str(), "r", "xls"));
     EXPECT_TRUE(f.isOpen());
     EXPECT_EQ(f.getFileName(), name.c_str());
-    err = f.writeInfo(makeInfo(TavdFileType::Stream, 0), {});
-    EXPECT_EQ(err, ZError(12, "DataFile::writeInfo: Unknown format: xls"));
+    EXPECT_EQ(f.writeInfo(makeInfo(TavdFileType::Stream, 0), {}),
+              ZError(12, "DataFile::writeInfo: Unknown format: xls"));
     DataBlock block = makeBlock(DataType::Float32, 1, 1);
     EXPECT_EQ(f.writeData(&block), ZError(12, "DataFile::writeData: Unknown format: xls"));
     EXPECT_FALSE(f.writeData(static_cast<const DataBlock*>(nullptr)));
@@ -121,21 +130,12 @@ TEST(DataFile, OpenAndUnknownFormats) {
 }
 
 TEST(DataFile, TavdHead) {
-    struct Case {
-        TavdFileType fileType;
-        size_t step;
-    } cases[] = {{TavdFileType::Block512, 512}, {TavdFileType::Stream, 0}};
-    for (const Case& c : cases) {
-        const std::string name = tempName("head.tavd");
-        const InfoBlock info = makeInfo(c.fileType, 3);
+    for (size_t step : {512, 0}) {
+        const InfoBlock info = makeInfo(step ? TavdFileType::Block512 : TavdFileType::Stream, 3);
         const ZArray<ChannelConfig> channels = makeChannels(4);
-        {
-            DataFile f;
-            ASSERT_FALSE(f.open(name.c_str(), "w", "tavd"));
-            ASSERT_FALSE(f.writeInfo(info, channels));
-        }
-        const std::string b = readAll(name);
-        const size_t infoStep = c.step ? c.step : 232, channelStep = c.step ? c.step : 152;
+        const std::string b =
+            written("tavd", [&](DataFile& f) { ASSERT_FALSE(f.writeInfo(info, channels)); });
+        const size_t infoStep = step ? step : 232, channelStep = step ? step : 152;
         ASSERT_EQ(b.size(), infoStep + 3 * channelStep);
         EXPECT_EQ(b.substr(0, 16), std::string("ZU\xe8\0\0\0\0\0\x1e\0\0\0\0\0\0\0", 16));
         EXPECT_EQ(b.substr(16, 216), image(info));
@@ -146,21 +146,15 @@ TEST(DataFile, TavdHead) {
             EXPECT_EQ(b.substr(at + 16, 136), image(channels[ch]));
             EXPECT_EQ(b.substr(at + 152, channelStep - 152), std::string(channelStep - 152, '\0'));
         }
-        unlink(name.c_str());
     }
-    // A full disk: 15 with the system's text.
-    {
-        DataFile f;
-        ASSERT_FALSE(f.open("/dev/full", "w", "tavd"));
-        EXPECT_EQ(f.writeInfo(makeInfo(TavdFileType::Block512, 40), makeChannels(40)),
-                  ZError(15, strerror(ENOSPC)));
-    }
-    // Fewer channel records than the info block announces.
-    DataFile f;
-    const std::string name = tempName("few.tavd");
-    ASSERT_FALSE(f.open(name.c_str(), "w", "tavd"));
-    EXPECT_EQ(f.writeInfo(makeInfo(TavdFileType::Stream, 3), makeChannels(2)).number, 12);
-    unlink(name.c_str());
+    // A full disk: 15 with the system's text; fewer channel records than announced: 12.
+    DataFile full;
+    ASSERT_FALSE(full.open("/dev/full", "w", "tavd"));
+    EXPECT_EQ(full.writeInfo(makeInfo(TavdFileType::Block512, 40), makeChannels(40)),
+              ZError(15, strerror(ENOSPC)));
+    written("tavd", [](DataFile& f) {
+        EXPECT_EQ(f.writeInfo(makeInfo(TavdFileType::Stream, 3), makeChannels(2)).number, 12);
+    });
 }
 
 TEST(DataFile, TavdDataBlocks) {
@@ -172,7 +166,7 @@ TEST(DataFile, TavdDataBlocks) {
     full.numSamples = 13;
     for (int i = 0; i < DataBlockFloat::dataMax; i++)
         full.data[i] = float(i) + 1;
-    struct Case {
+    const struct {
         TavdFileType fileType;
         const void* block;
         bool isFloat;
@@ -187,17 +181,13 @@ TEST(DataFile, TavdDataBlocks) {
         {TavdFileType::Stream, &full, true, 856, 860}, // one float past the record
         {TavdFileType::Block512, &full, true, 856, 1024},
     };
-    for (const Case& c : cases) {
-        const std::string name = tempName("data.tavd");
-        {
-            DataFile f;
-            ASSERT_FALSE(f.open(name.c_str(), "w", "tavd"));
+    for (const auto& c : cases) {
+        const std::string b = written("tavd", [&](DataFile& f) {
             ASSERT_FALSE(f.writeInfo(makeInfo(c.fileType, 0), {}));
             for (int i = 0; i < 2; i++)
                 ASSERT_FALSE(c.isFloat ? f.writeData(static_cast<const DataBlockFloat*>(c.block))
                                        : f.writeData(static_cast<const DataBlock*>(c.block)));
-        }
-        const std::string b = readAll(name);
+        });
         const size_t head = c.fileType == TavdFileType::Block512 ? 512 : 232;
         ASSERT_EQ(b.size(), head + 2 * (16 + c.payload)) << c.payload;
         for (size_t at = head; at < b.size(); at += 16 + c.payload) {
@@ -209,44 +199,26 @@ TEST(DataFile, TavdDataBlocks) {
             EXPECT_EQ(b.substr(at + 16, n), std::string(static_cast<const char*>(c.block), n));
             EXPECT_EQ(b.substr(at + 16 + n, c.payload - n), std::string(c.payload - n, '\0'));
         }
-        unlink(name.c_str());
     }
-
-    // More samples than the record holds.
-    const std::string name = tempName("big.tavd");
-    DataFile f;
-    ASSERT_FALSE(f.open(name.c_str(), "w", "tavd"));
-    const DataBlock big = makeBlock(DataType::Float32, 12, 10);
-    EXPECT_EQ(f.writeData(&big), ZError(12, "DataFile::writeData: Bad block size"));
-    EXPECT_EQ(f.writeData(&full), ZError()); // 208 floats fit a DataBlockFloat
-    unlink(name.c_str());
+    // More samples than the record holds; 208 floats fit a DataBlockFloat.
+    written("tavd", [&](DataFile& f) {
+        const DataBlock big = makeBlock(DataType::Float32, 12, 10);
+        EXPECT_EQ(f.writeData(&big), ZError(12, "DataFile::writeData: Bad block size"));
+        EXPECT_EQ(f.writeData(&full), ZError());
+    });
 }
 
+// Special values, exact halves of the sixth decimal (round to even), values next to the
+// 2^64 limit of the integer path; random floats and doubles of every exponent, and random
+// floats of capture size.
 TEST(DataFile, FloatTextMatchesPrintf) {
-    const float inf = std::numeric_limits<float>::infinity();
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    for (float v : {0.0f, -0.0f, 1.0f, -2.5f, 0.1234565f, 1e-7f, -5e-7f, 5e-7f, 123456.789f, 1e30f,
-                    -3.4028235e38f, 1.17549435e-38f, 1e-45f, inf, -inf, nan, -nan}) {
-        char want[400], got[400];
-        snprintf(want, sizeof(want), "%f", double(v));
-        const int n = dataFileFormatFloat(got, double(v));
-        EXPECT_EQ(std::string(got, size_t(n)), want) << v;
-    }
-    // Exact halves of the sixth decimal round to even; values next to the
-    // 2^64 limit of the integer path; random floats and doubles of every
-    // exponent, and random floats of capture size.
-    std::vector<double> values = {0.0078125,
-                                  0.0234375,
-                                  2.5e-6 + 0.0000005,
-                                  0.9999995,
-                                  -0.9999995,
-                                  1.0 / 1024 / 1024,
-                                  0x1p63,
-                                  0x1p64 - 0x1p11,
-                                  0x1p64,
-                                  -0x1p64,
-                                  0x1.fffffffffffffp63,
-                                  4.9406564584124654e-324};
+    std::vector<double> values(
+        {0.0f, 1.0f, 2.5f, 0.1234565f, 1e-7f, 5e-7f, 123456.789f, 1e30f, 3.4028235e38f});
+    values.insert(values.end(), {1.17549435e-38f, 1e-45f, 0.0078125, 0.0234375, 0.9999995, 0x1p63,
+                                 0x1p64, 0x1.fffffffffffffp63});
+    values.insert(values.end(), {4.9406564584124654e-324, 2.5e-6 + 0.0000005, 1.0 / 1024 / 1024,
+                                 0x1p64 - 0x1p11, std::numeric_limits<float>::infinity(),
+                                 std::numeric_limits<float>::quiet_NaN()});
     uint64_t x = 0x9E3779B97F4A7C15ull;
     for (int i = 0; i < 60000; i++) {
         x ^= x << 13, x ^= x >> 7, x ^= x << 17;
@@ -255,20 +227,18 @@ TEST(DataFile, FloatTextMatchesPrintf) {
         memcpy(&f, &fbits, sizeof(f));
         double d;
         memcpy(&d, &x, sizeof(d));
-        values.push_back(f);
-        values.push_back(d);
-        values.push_back(double(float(int64_t(x % 2000001) - 1000000) / 64.0f));
+        values.insert(values.end(), {f, d, double(float(int64_t(x % 2000001) - 1000000) / 64.0f)});
     }
-    for (double v : values) {
-        char want[400], got[400];
-        snprintf(want, sizeof(want), "%f", v);
-        const int n = dataFileFormatFloat(got, v);
-        ASSERT_EQ(std::string(got, size_t(n)), want) << std::hexfloat << v;
-    }
+    for (double v : values)
+        for (double w : {v, -v}) {
+            char want[400], got[400];
+            snprintf(want, sizeof(want), "%f", w);
+            const int n = dataFileFormatFloat(got, w);
+            ASSERT_EQ(std::string(got, size_t(n)), want) << std::hexfloat << w;
+        }
 }
 
 TEST(DataFile, CsvLines) {
-    const std::string name = tempName("data.csv");
     DataBlock block = makeBlock(DataType::Float32, 3, 2);
     block.data[1] = -0.0f;
     block.data[5] = 1e10f;
@@ -281,55 +251,40 @@ TEST(DataFile, CsvLines) {
     p.analogueData[0].alarm = 1;
     p.analogueData[7].power = 0.25f;
     p.digitalData = 0x2; // channel 9 high
-    {
-        DataFile f;
-        ASSERT_FALSE(f.open(name.c_str(), "w", "csv"));
+    const std::string b = written("csv", [&](DataFile& f) {
         ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 3), makeChannels(3)));
         ASSERT_FALSE(f.writeData(&block));
         ASSERT_FALSE(f.writeData(&proc)); // type Proc goes to the processed writer
         p.numSamples = 2;
         EXPECT_EQ(f.writeData(&p), ZError(12, "DataFile::writeData: Bad block size"));
         ASSERT_FALSE(f.writeEnd());
-    }
+    });
     const std::string zero5 = "0.000000,0.000000,0.000000,0.000000,0.000000,0";
     std::string want = "-3.000000,-0.000000,-2.000000\n-1.500000,-1.000000,10000000000.000000\n"
                        "1.500000,-1.000000,0.000000,0.000000,0.000000,1";
     for (int c = 1; c < 7; c++)
         want += "," + zero5;
     want += ",0.000000,0.000000,0.000000,0.000000,0.250000,0,0,1\n";
-    EXPECT_EQ(readAll(name), want);
-    unlink(name.c_str());
+    EXPECT_EQ(b, want);
 }
 
 TEST(DataFile, CsvHead) {
-    const std::string name = tempName("head.csv");
     for (DataType type : {DataType::Float32, DataType::Proc}) {
-        {
-            DataFile f;
-            ASSERT_FALSE(f.open(name.c_str(), "w", "csv_with_header"));
+        const bool proc = type == DataType::Proc;
+        const std::string b = written("csv_with_header", [&](DataFile& f) {
             ASSERT_FALSE(
-                f.writeInfo(makeInfo(TavdFileType::Stream, type == DataType::Proc ? 10 : 3, type),
-                            makeChannels(10)));
-        }
-        std::string want = "Unit serial number,SN0042\n"
-                           "Unit firmware,1.12.3\n"
-                           "Unit name,Bench1\n"
-                           "Unit location,Lab0123456789ABC\n"
-                           "Time,2023-11-14T22:13:20\n";
-        want += type == DataType::Proc ? "NumChannels,10\n" : "NumChannels,3\n";
-        want += "Description,Pump test\n"
-                "MeasureMode,1\n"
-                "MeasureOptions,5\n"
-                "TriggerConfig,2\n"
-                "TriggerChannel,4\n"
-                "TriggerLevel,1.500000\n"
-                "TriggerDelay,4294967295\n"
-                "SampleRate,10000.250000\n"
-                "NumSamples0,100\n"
-                "NumSamples1,200\n"
-                "NumSamples2,300\n";
-        if (type == DataType::Proc) {
-            want += "File DataType,2\n";
+                f.writeInfo(makeInfo(TavdFileType::Stream, proc ? 10 : 3, type), makeChannels(10)));
+        });
+        std::string want;
+        for (const char* line :
+             {"Unit serial number,SN0042", "Unit firmware,1.12.3", "Unit name,Bench1",
+              "Unit location,Lab0123456789ABC", "Time,2023-11-14T22:13:20",
+              proc ? "NumChannels,10" : "NumChannels,3", "Description,Pump test", "MeasureMode,1",
+              "MeasureOptions,5", "TriggerConfig,2", "TriggerChannel,4", "TriggerLevel,1.500000",
+              "TriggerDelay,4294967295", "SampleRate,10000.250000", "NumSamples0,100",
+              "NumSamples1,200", "NumSamples2,300", proc ? "File DataType,2" : "File DataType,0"})
+            want += std::string(line) + "\n";
+        if (proc) {
             for (const char* n : {"Ch0", "ai1", "Ch2", "Ch3", "Ch4", "Ch5", "Ch6", "Ch7"}) {
                 if (strcmp(n, "Ch0"))
                     want += ",";
@@ -339,26 +294,21 @@ TEST(DataFile, CsvHead) {
             }
             want += ",Ch8.State,Ch9.State\n";
         } else {
-            want += "File DataType,0\nCh0,ai1,Ch2\n";
+            want += "Ch0,ai1,Ch2\n";
         }
-        EXPECT_EQ(readAll(name), want);
+        EXPECT_EQ(b, want);
     }
-    unlink(name.c_str());
 }
 
 TEST(DataFile, Tdms) {
-    const std::string name = tempName("data.tdms");
     const DataBlock block = makeBlock(DataType::Float32, 2, 3);
-    {
-        DataFile f;
-        ASSERT_FALSE(f.open(name.c_str(), "w", "tdms"));
+    const std::string b = written("tdms", [&](DataFile& f) {
         ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 2), makeChannels(2)));
         ASSERT_FALSE(f.writeData(&block));
         DataBlockProc proc;
         EXPECT_EQ(f.writeData(&proc), ZError(12, "DataFile::writeData: TDMS format not supported"));
         ASSERT_FALSE(f.writeEnd());
-    }
-    const std::string b = readAll(name);
+    });
     auto u32 = [](uint32_t v) { return std::string(reinterpret_cast<const char*>(&v), 4); };
     auto u64 = [](uint64_t v) { return std::string(reinterpret_cast<const char*>(&v), 8); };
     std::string meta = u32(3) + u32(8) + "/'Group'" + u32(0xFFFFFFFF) + u32(0);
@@ -368,5 +318,4 @@ TEST(DataFile, Tdms) {
     const std::string want = std::string("TDSm") + u32(46) + u32(4713) +
                              u64(meta.size() + data.size()) + u64(meta.size()) + meta + data;
     EXPECT_EQ(b, want);
-    unlink(name.c_str());
 }

@@ -46,7 +46,9 @@ TEST(TavroUnits, BacklogBehindASlowEventIsBatchedThenCapped) {
     };
 
     // More than a stream holds, less than may wait: all of it arrives.
-    const unsigned int within = TavroUnits::streamMaxBlocks + TavroUnits::batchMaxBlocks / 2;
+    // However little the held batch took, what waits stays below the cap.
+    const unsigned int within = TavroUnits::streamMaxBlocks + 4 * TavroUnits::batchMaxBlocks;
+    static_assert(within + 1 < TavroUnits::readyMaxBlocks, "below the cap");
     push(within);
     g.hold = false;
     ASSERT_TRUE(g.dataFlush(10000000));

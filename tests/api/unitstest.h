@@ -15,6 +15,10 @@
 #include <chrono>
 #include <thread>
 
+inline void PrintTo(const ZError& e, std::ostream* os) {
+    *os << e.number << " " << e.string;
+}
+
 namespace unitstest {
 
 using namespace TavroApi;

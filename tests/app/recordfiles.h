@@ -22,6 +22,10 @@
 #include <thread>
 #include <vector>
 
+inline void PrintTo(const ZError& e, std::ostream* os) {
+    *os << e.number << " " << e.string;
+}
+
 namespace recordtest {
 
 using namespace TavroApi;
@@ -83,11 +87,9 @@ bool eventually(F done, int ms = 5000) {
 struct TavdContents {
     ZError end;
     InfoBlock info;
-    int infoBlocks = 0;
     std::vector<ChannelConfig> channels;
     std::vector<DataBlockFloat> data; // Float32 records
     std::vector<DataBlockProc> proc;
-    int other = 0;
 };
 
 inline TavdContents readTavd(const std::string& path) {
@@ -101,7 +103,6 @@ inline TavdContents readTavd(const std::string& path) {
         if (reader.blockType() == TavdBlockHeader::typeInfo && n >= sizeof(InfoBlock)) {
             memcpy(static_cast<void*>(&c.info), p, sizeof(InfoBlock));
             reader.info = c.info;
-            c.infoBlocks++;
         } else if (reader.blockType() == TavdBlockHeader::typeChannel &&
                    n >= sizeof(ChannelConfig)) {
             ChannelConfig ch;
@@ -118,8 +119,6 @@ inline TavdContents readTavd(const std::string& path) {
             DataBlockFloat b;
             memcpy(static_cast<void*>(&b), p, std::min<size_t>(n, sizeof(b)));
             c.data.push_back(b);
-        } else {
-            c.other++;
         }
     }
     return c;
@@ -141,6 +140,16 @@ inline std::vector<unsigned> samplesPerSequence(const TavdContents& c, bool& con
         }
     }
     return samples;
+}
+
+// The samples per block of a complete tavd file whose blocks are numbered from 0 without a gap.
+inline std::vector<unsigned> tavdBlocks(const std::string& path) {
+    const TavdContents t = readTavd(path);
+    EXPECT_EQ(t.end.number, 14) << path << ": " << t.end.string.str();
+    bool contiguous = false;
+    std::vector<unsigned> blocks = samplesPerSequence(t, contiguous);
+    EXPECT_TRUE(contiguous) << path << ": sequence numbers from 0 without a gap";
+    return blocks;
 }
 
 } // namespace recordtest

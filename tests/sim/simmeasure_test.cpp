@@ -1,10 +1,8 @@
-// The measurement engine of the simulated unit, seen from a client: block
-// layout, sequence, time and status per measure mode, triggers, processed
-// values against the raw samples, alarms, the generator on AI7, and the
-// ".tavd" file the unit records.
+// The measurement engine of the simulated unit, seen from a client.
 
 #include "simharness.h"
 
+#include <array>
 #include <cmath>
 
 using namespace simtest;
@@ -31,28 +29,22 @@ double rampTime(const DataBlock& b, int r, const ChannelConfig& ai4) {
 } // namespace
 
 TEST(SimMeasure, BlocksOfEachMeasureMode) {
+    const uint16_t Both = RunBit | EndBit;
+    // Per block: rows, status, sample of its first row; whether the capture ends.
     struct Case {
         MeasurementConfig m;
-        std::vector<int> rows;
-        std::vector<uint16_t> status;
-        std::vector<uint64_t> first; // sample of each block's first row
+        std::vector<std::array<unsigned int, 3>> blocks;
         bool ends;
     } cases[] = {
         {measurement(MeasureMode::OneShot, 1000, 30, 13),
-         {13, 13, 4},
-         {RunBit, RunBit, EndBit},
-         {0, 13, 26},
+         {{13, RunBit, 0}, {13, RunBit, 13}, {4, EndBit, 26}},
          true},
-        {measurement(MeasureMode::OneShot, 2000, 26), {13, 13}, {RunBit, EndBit}, {0, 13}, true},
+        {measurement(MeasureMode::OneShot, 2000, 26), {{13, RunBit, 0}, {13, EndBit, 13}}, true},
         {measurement(MeasureMode::Repeat, 1000, 20, 10, 0, 50),
-         {10, 10, 10, 10},
-         {RunBit, RunBit | EndBit, RunBit, RunBit | EndBit},
-         {0, 10, 50, 60},
+         {{10, RunBit, 0}, {10, Both, 10}, {10, RunBit, 50}, {10, Both, 60}},
          false},
         {measurement(MeasureMode::Continuous, 500, 0, 5),
-         {5, 5, 5, 5},
-         {RunBit, RunBit, RunBit, RunBit},
-         {0, 5, 10, 15},
+         {{5, RunBit, 0}, {5, RunBit, 5}, {5, RunBit, 10}, {5, RunBit, 15}},
          false},
     };
     Rig rig;
@@ -62,19 +54,19 @@ TEST(SimMeasure, BlocksOfEachMeasureMode) {
     for (const Case& k : cases) {
         SCOPED_TRACE(int(&k - cases));
         ASSERT_FALSE(rig.start(k.m));
-        std::vector<DataBlock> b = rawBlocks(rig, k.rows.size());
-        ASSERT_EQ(b.size(), k.rows.size());
+        std::vector<DataBlock> b = rawBlocks(rig, k.blocks.size());
+        ASSERT_EQ(b.size(), k.blocks.size());
         for (size_t i = 0; i < b.size(); i++) {
             EXPECT_EQ(b[i].type, DataType::Raw40x);
             EXPECT_EQ(b[i].numChannels, 9);
-            EXPECT_EQ(b[i].numSamples, k.rows[i]);
+            auto [rows, status, first] = k.blocks[i];
+            EXPECT_EQ(b[i].numSamples, rows);
             EXPECT_EQ(b[i].sequence, i);
-            EXPECT_EQ(b[i].status, k.status[i]);
-            EXPECT_EQ(b[i].time - b[0].time,
-                      uint64_t(double(k.first[i]) * 1e6 / k.m.sampleRate + 0.5));
+            EXPECT_EQ(b[i].status, status);
+            EXPECT_EQ(b[i].time - b[0].time, uint64_t(double(first) * 1e6 / k.m.sampleRate + 0.5));
             // The documented inputs, at the time of every row.
             for (int r = 0; r < b[i].numSamples; r++) {
-                double t = double(k.first[i] + r) / k.m.sampleRate;
+                double t = double(first + r) / k.m.sampleRate;
                 const double pi2 = 2 * M_PI;
                 EXPECT_NEAR(volts(b[i], r, 0, ch[0]), 5 * std::sin(pi2 * 50 * t), 1e-4);
                 EXPECT_NEAR(volts(b[i], r, 1, ch[1]), 1 + 2 * std::sin(pi2 * 5 * t), 1e-4);
@@ -96,13 +88,8 @@ TEST(SimMeasure, BlocksOfEachMeasureMode) {
 }
 
 TEST(SimMeasure, TriggerLevelSlopeAndDelay) {
-    struct Case {
-        TriggerMode mode;
-        uint8_t channel;
-        float level;
-        int32_t delay;
-        double start; // seconds from the measurement start to the first sample taken
-    } cases[] = {
+    // mode, channel, level, delay; seconds from the start to the first sample taken
+    const std::tuple<TriggerMode, uint8_t, float, int32_t, double> cases[] = {
         {TriggerMode::Positive, 2, 0.0f, 0, 0.5},   // square AI2 rising
         {TriggerMode::Negative, 8, 0.5f, 0, 0.2},   // DI0 falling
         {TriggerMode::Positive, 0, 4.0f, 1, 1.003}, // AI0 through 4 V, then one second
@@ -110,13 +97,11 @@ TEST(SimMeasure, TriggerLevelSlopeAndDelay) {
     Rig rig;
     ChannelConfig ai4;
     ASSERT_FALSE(rig.client.getChannelConfig(4, ai4));
-    for (const Case& k : cases) {
-        SCOPED_TRACE(int(&k - cases));
-        MeasurementConfig m = measurement(MeasureMode::OneShot, 1000, 20);
-        m.triggerMode = k.mode;
-        m.triggerChannel = k.channel;
-        m.triggerLevel = k.level;
-        m.triggerDelay = k.delay;
+    MeasurementConfig m = measurement(MeasureMode::OneShot, 1000, 20);
+    for (auto& [mode, channel, level, delay, start] : cases) {
+        SCOPED_TRACE(int(channel));
+        std::tie(m.triggerMode, m.triggerChannel, m.triggerLevel, m.triggerDelay) =
+            std::tie(mode, channel, level, delay);
         ASSERT_FALSE(rig.start(m));
         NodeStatus s;
         ASSERT_FALSE(rig.client.getStatus(s));
@@ -124,14 +109,11 @@ TEST(SimMeasure, TriggerLevelSlopeAndDelay) {
                   uint32_t(RunBit | uint16_t(Status::TriggerWait)));
         std::vector<DataBlock> b = rawBlocks(rig, 2);
         ASSERT_EQ(b.size(), 2u);
-        EXPECT_NEAR(rampTime(b[0], 0, ai4), k.start, 1e-4);
+        EXPECT_NEAR(rampTime(b[0], 0, ai4), start, 1e-4);
         EXPECT_EQ(b[0].sequence, 0u);
         EXPECT_EQ(b[1].status, EndBit);
     }
-    // A trigger channel past the digital inputs is refused.
-    MeasurementConfig m = measurement(MeasureMode::OneShot, 1000, 20);
-    m.triggerMode = TriggerMode::Positive;
-    m.triggerChannel = 16;
+    m.triggerChannel = 16; // past the digital inputs
     EXPECT_EQ(rig.client.setMeasurementConfig(false, m), ZError(22, "Invalid trigger channel"));
 }
 
@@ -220,12 +202,8 @@ TEST(SimMeasure, AlarmsLatchUntilCleared) {
 TEST(SimMeasure, GeneratorAppearsOnAi7) {
     auto awg = [](AwgMode mode, AwgOutput out, float f, float a, float o, float duty) {
         AwgConfig g;
-        g.mode = mode;
-        g.output = out;
-        g.frequency = f;
-        g.amplitude = a;
-        g.offset = o;
-        g.duty = duty;
+        std::tie(g.mode, g.output, g.frequency, g.amplitude, g.offset, g.duty) =
+            std::tie(mode, out, f, a, o, duty);
         return g;
     };
     struct Case {
@@ -288,7 +266,7 @@ TEST(SimMeasure, RecordsEachCaptureAsBlock512File) {
     EXPECT_EQ(info.fileLength, 21u * 512);
     EXPECT_EQ(rig.client.fileList("/internal/data", 1, info), ZError(14, "No more files"));
 
-    // Fetched as the data log page does: 512 bytes at a time up to error 14.
+    // Fetched 512 bytes at a time up to error 14.
     std::vector<uint8_t> file;
     unsigned int handle = 0;
     ASSERT_FALSE(rig.client.fileOpen("/internal/data/" + name, "r", handle));
@@ -301,15 +279,9 @@ TEST(SimMeasure, RecordsEachCaptureAsBlock512File) {
     ASSERT_EQ(file.size(), 21u * 512);
 
     // Read back by the reader's rules: every block at a multiple of 512.
-    struct Expect {
-        uint16_t length;
-        uint64_t type;
-    };
-    std::vector<Expect> expect = {{232, 30}};
-    expect.insert(expect.end(), 16, Expect{152, 32});
-    expect.insert(expect.end(), 3, Expect{512, 31});
-    expect.push_back({432, 31});
-    for (size_t i = 0; i < expect.size(); i++) {
+    // Block 0: info (232 bytes, type 30); 1-16: channels (152, 32); 17-19 raw
+    // data (512, 31); 20: processed data (432, 31).
+    for (size_t i = 0; i < 21; i++) {
         const uint8_t* b = file.data() + i * 512;
         uint16_t magic, length;
         uint64_t type;
@@ -318,8 +290,8 @@ TEST(SimMeasure, RecordsEachCaptureAsBlock512File) {
         memcpy(&type, b + 8, 8);
         SCOPED_TRACE(i);
         EXPECT_EQ(magic, 0x555A);
-        EXPECT_EQ(length, expect[i].length);
-        EXPECT_EQ(type, expect[i].type);
+        EXPECT_EQ(length, i == 0 ? 232 : i <= 16 ? 152 : i < 20 ? 512 : 432);
+        EXPECT_EQ(type, i == 0 ? 30u : i <= 16 ? 32u : 31u);
         for (size_t k = length; k < 512; k++)
             ASSERT_EQ(b[k], 0) << k;
         if (i == 0) {
