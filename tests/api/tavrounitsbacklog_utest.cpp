@@ -14,6 +14,12 @@ namespace {
 
 class SlowGroup : public Group {
 public:
+    // The units and the processing thread end before this part goes.
+    ~SlowGroup() override {
+        hold = false;
+        stop();
+        unitsDisconnect();
+    }
     void dataEvent(unsigned int stream) override {
         if (stream != 1)
             return;
