@@ -208,6 +208,10 @@ public:
     unsigned int dataProcAvailable(unsigned int stream);
     DataBlockProc* dataProcRead(unsigned int stream);
     ZError dataProcDone(unsigned int stream);
+    // Releases every block (or processed block) waiting on stream, under one
+    // lock; the number released.
+    unsigned int dataSkip(unsigned int stream);
+    unsigned int dataProcSkip(unsigned int stream);
     // Waits until every complete block has been handed to the streams and
     // their events have returned; false after timeoutUs.
     bool dataFlush(unsigned int timeoutUs);

@@ -510,6 +510,35 @@ ZError TavroUnits::dataProcDone(unsigned int stream) {
     return ZError();
 }
 
+unsigned int TavroUnits::dataSkip(unsigned int stream) {
+    Impl& d = *od;
+    ZMutexLock out(d.outMutex);
+    if (stream >= d.numStreams)
+        return 0;
+    TavroUnitsStream& st = d.streams[stream];
+    const unsigned int n = unsigned(st.blocks.number());
+    {
+        ZMutexLock lock(d.freeMutex);
+        while (!st.blocks.isEmpty())
+            d.freeBlocks.spliceLast(st.blocks, st.blocks.first());
+    }
+    st.available.decrement(int(n));
+    return n;
+}
+
+unsigned int TavroUnits::dataProcSkip(unsigned int stream) {
+    Impl& d = *od;
+    ZMutexLock out(d.outMutex);
+    if (stream >= d.numStreams)
+        return 0;
+    TavroUnitsStream& st = d.streams[stream];
+    const unsigned int n = unsigned(st.procs.number());
+    ZMutexLock lock(d.freeMutex);
+    while (!st.procs.isEmpty())
+        d.freeProcs.spliceLast(st.procs, st.procs.first());
+    return n;
+}
+
 uint64_t TavroUnits::droppedBlocks(unsigned int stream) const {
     ZMutexLock out(od->outMutex);
     return stream < maxStreams ? od->streams[stream].dropped.count() : 0;

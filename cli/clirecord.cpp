@@ -165,13 +165,11 @@ int CliRecorder::run() {
 
 void CliRecorder::dataReady() {
     // Stream 0 is the views' stream; there are none here.
-    while (ocontrol.dataRead(0))
-        ocontrol.dataDone(0);
+    ocontrol.dataSkip(0);
 }
 
 void CliRecorder::dataProcReady() {
-    while (ocontrol.dataProcRead(0))
-        ocontrol.dataProcDone(0);
+    ocontrol.dataProcSkip(0);
 }
 
 void CliRecorder::unitsDisconnected() {

@@ -174,8 +174,7 @@ void Gui::dataProcReady() {
         ocaptureProcessedView->dataReady();
         return;
     }
-    while (ocontrol.dataProcRead(0))
-        ocontrol.dataProcDone(0);
+    ocontrol.dataProcSkip(0);
 }
 
 void Gui::dataCaptureFinished() {

@@ -83,8 +83,7 @@ void WCapture::dataReady() {
         if (queued > throttleBlocks) {
             printf("Throttle\n");
             fflush(stdout);
-            while (control.dataRead(0))
-                control.dataDone(0);
+            control.dataSkip(0);
         }
     }
     inDataReady = false;

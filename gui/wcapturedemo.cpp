@@ -209,8 +209,7 @@ void WCaptureDemo::dataReady() {
         if (queued > throttleBlocks) {
             printf("Throttle\n");
             fflush(stdout);
-            while (control.dataRead(0))
-                control.dataDone(0);
+            control.dataSkip(0);
         }
     }
     inDataReady = false;

@@ -275,6 +275,11 @@ TEST(TavroUnits, WrongSizesAndLimitsDropAndCount) {
     EXPECT_FALSE(g.dataDone(1));
     EXPECT_EQ(g.dataRead(1)->header.sequence, 1u);
     EXPECT_EQ(g.dataRead(0)->header.sequence, 0u) << "the streams are read apart";
+    const unsigned int queued = g.dataAvailable(1);
+    EXPECT_GT(queued, 0u);
+    EXPECT_EQ(g.dataSkip(1), queued);
+    EXPECT_EQ(g.dataRead(1), nullptr);
+    EXPECT_NE(g.dataRead(0), nullptr) << "only stream 1 skipped";
     g.dataClear();
     EXPECT_EQ(g.dataAvailable(0) + g.dataAvailable(1), 0u);
 }
