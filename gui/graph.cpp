@@ -31,6 +31,8 @@ inline double pixelColumn(const QwtScaleMap& xMap, double x) {
 
 void GraphSeries::setPoints(const QVector<QPointF>& p, bool sortedX, const QRectF* rect) {
     points = p;
+    values.reset();
+    valueCount = 0;
     generation++;
     rectValid = rect != nullptr;
     if (rect)
@@ -49,33 +51,42 @@ void GraphSeries::setPoints(const QVector<QPointF>& p, bool sortedX, const QRect
     }
 }
 
-void GraphSeries::releasePoints() {
+void GraphSeries::setValues(std::shared_ptr<const QVector<double>> v, int n, double step,
+                            double yScale, double yOffset, const QRectF& rect) {
     points = QVector<QPointF>();
+    values = std::move(v);
+    valueCount = values ? std::max(0, n) : 0;
+    dx = step;
+    scale = yScale;
+    offset = yOffset;
     generation++;
-    rectValid = false;
-    sorted = false;
+    d_boundingRect = rect;
+    rectValid = true;
+    sorted = std::isfinite(dx) && dx >= 0 && std::isfinite(valueCount * dx);
 }
 
 size_t GraphSeries::size() const {
-    return view ? size_t(view->size()) : size_t(points.size());
+    return view ? size_t(view->size()) : size_t(count());
 }
 
 QPointF GraphSeries::sample(size_t i) const {
-    return view ? view->at(int(i)) : points.at(int(i));
+    return view ? view->at(int(i)) : point(int(i));
 }
 
 QRectF GraphSeries::boundingRect() const {
     if (!rectValid) {
         // As qwtBoundingRect() finds it, without a virtual call per point.
         QRectF r(1.0, 1.0, -2.0, -2.0);
-        const QPointF* d = points.constData();
-        if (!points.isEmpty()) {
-            double left = d[0].x(), right = left, top = d[0].y(), bottom = top;
-            for (int i = 1; i < points.size(); i++) {
-                left = qMin(left, d[i].x());
-                right = qMax(right, d[i].x());
-                top = qMin(top, d[i].y());
-                bottom = qMax(bottom, d[i].y());
+        const int n = count();
+        if (n > 0) {
+            const QPointF first = point(0);
+            double left = first.x(), right = left, top = first.y(), bottom = top;
+            for (int i = 1; i < n; i++) {
+                const QPointF p = point(i);
+                left = qMin(left, p.x());
+                right = qMax(right, p.x());
+                top = qMin(top, p.y());
+                bottom = qMax(bottom, p.y());
             }
             r = QRectF(QPointF(left, top), QPointF(right, bottom));
         }
@@ -98,24 +109,27 @@ GraphSeries* GraphPlotCurve::series() const {
     return dynamic_cast<GraphSeries*>(const_cast<GraphPlotCurve*>(this)->data());
 }
 
-void GraphPlotCurve::setPoints(const QVector<QPointF>& points, bool sortedX, const QRectF* rect) {
+GraphSeries* GraphPlotCurve::ownSeries() {
     GraphSeries* s = series();
     if (!s) {
         // Somebody gave the curve other series data: take over again.
         s = new GraphSeries;
         setData(s);
     }
-    s->setPoints(points, sortedX, rect);
     viewValid = false;
     view.clear();
+    return s;
+}
+
+void GraphPlotCurve::setPoints(const QVector<QPointF>& points, bool sortedX, const QRectF* rect) {
+    ownSeries()->setPoints(points, sortedX, rect);
     dataChanged();
 }
 
-void GraphPlotCurve::releasePoints() {
-    if (GraphSeries* s = series())
-        s->releasePoints();
-    viewValid = false;
-    view.clear();
+void GraphPlotCurve::setValues(std::shared_ptr<const QVector<double>> values, int count, double dx,
+                               double scale, double offset, const QRectF& rect) {
+    ownSeries()->setValues(std::move(values), count, dx, scale, offset, rect);
+    dataChanged();
 }
 
 void GraphPlotCurve::setDecimation(bool on) {
@@ -125,10 +139,13 @@ void GraphPlotCurve::setDecimation(bool on) {
     itemChanged();
 }
 
-bool GraphPlotCurve::reduce(const QVector<QPointF>& points, const QwtScaleMap& xMap, double left,
-                            double right, QVector<QPointF>& out) {
+namespace {
+
+// The reduction of GraphPlotCurve::reduce over n points, point i being at(i).
+template <class At>
+bool reducePoints(int n, At at, const QwtScaleMap& xMap, double left, double right,
+                  QVector<QPointF>& out) {
     out.clear();
-    const int n = points.size();
     if (n < 3 || xMap.transformation())
         return false;
     const double s1 = xMap.s1(), s2 = xMap.s2(), p1 = xMap.p1(), p2 = xMap.p2();
@@ -139,19 +156,27 @@ bool GraphPlotCurve::reduce(const QVector<QPointF>& points, const QwtScaleMap& x
     // key() is the pixel column made non-decreasing along the points
     // (X sorted ascending; an inverted axis maps them right to left).
     const double sign = ((p2 - p1) > 0) == ((s2 - s1) > 0) ? 1.0 : -1.0;
-    const QPointF* d = points.constData();
-    auto keyOf = [&](const QPointF& p) { return sign * pixelColumn(xMap, p.x()); };
-    auto key = [&](int i) { return keyOf(d[i]); };
+    auto key = [&](int i) { return sign * pixelColumn(xMap, at(i).x()); };
     const double kMin = sign > 0 ? left : -right;
     const double kMax = sign > 0 ? right : -left;
+    // The first index in [from, n) whose key fails below(key).
+    auto partition = [&](int from, auto below) {
+        int a = from, b = n;
+        while (a < b) {
+            const int m = a + (b - a) / 2;
+            if (below(key(m)))
+                a = m + 1;
+            else
+                b = m;
+        }
+        return a;
+    };
 
     // Points on the canvas plus the one either side whose line enters it.
-    const QPointF* firstIn =
-        std::partition_point(d, d + n, [&](const QPointF& p) { return keyOf(p) < kMin; });
-    const QPointF* pastIn =
-        std::partition_point(firstIn, d + n, [&](const QPointF& p) { return keyOf(p) <= kMax; });
-    int lo = int(firstIn - d);
-    int hi = int(pastIn - d) - 1;
+    const int firstIn = partition(0, [&](double k) { return k < kMin; });
+    const int pastIn = partition(firstIn, [&](double k) { return k <= kMax; });
+    int lo = firstIn;
+    int hi = pastIn - 1;
     if (lo > 0)
         lo--;
     if (hi < n - 1)
@@ -166,7 +191,7 @@ bool GraphPlotCurve::reduce(const QVector<QPointF>& points, const QwtScaleMap& x
             return false; // everything is in view and sparse: draw it as it is
         out.reserve(count);
         for (int i = lo; i <= hi; i++)
-            out.append(d[i]);
+            out.append(at(i));
     } else {
         out.reserve(int(std::min(double(count), 4.0 * (columns + 2))));
         int i = lo;
@@ -190,9 +215,9 @@ bool GraphPlotCurve::reduce(const QVector<QPointF>& points, const QwtScaleMap& x
             }
             const int last = b - 1;
             int iMin = i, iMax = i;
-            double yMin = d[i].y(), yMax = d[i].y();
+            double yMin = at(i).y(), yMax = yMin;
             for (int j = i + 1; j <= last; j++) {
-                const double y = d[j].y();
+                const double y = at(j).y();
                 if (y < yMin) {
                     yMin = y;
                     iMin = j;
@@ -207,7 +232,7 @@ bool GraphPlotCurve::reduce(const QVector<QPointF>& points, const QwtScaleMap& x
             int prev = -1;
             for (int idx : keep) {
                 if (idx != prev)
-                    out.append(d[idx]);
+                    out.append(at(idx));
                 prev = idx;
             }
             i = b;
@@ -234,6 +259,15 @@ bool GraphPlotCurve::reduce(const QVector<QPointF>& points, const QwtScaleMap& x
     return true;
 }
 
+} // namespace
+
+bool GraphPlotCurve::reduce(const QVector<QPointF>& points, const QwtScaleMap& xMap, double left,
+                            double right, QVector<QPointF>& out) {
+    const QPointF* d = points.constData();
+    return reducePoints(
+        points.size(), [d](int i) { return d[i]; }, xMap, left, right, out);
+}
+
 void GraphPlotCurve::drawSeries(QPainter* painter, const QwtScaleMap& xMap, const QwtScaleMap& yMap,
                                 const QRectF& canvasRect, int from, int to) const {
     GraphSeries* s = series();
@@ -251,7 +285,8 @@ void GraphPlotCurve::drawSeries(QPainter* painter, const QwtScaleMap& xMap, cons
     if (!viewValid || viewGeneration != s->getGeneration() || viewS1 != xMap.s1() ||
         viewS2 != xMap.s2() || viewP1 != xMap.p1() || viewP2 != xMap.p2() || viewLeft != left ||
         viewRight != right) {
-        viewReduced = reduce(s->allPoints(), xMap, left, right, view);
+        viewReduced = reducePoints(
+            s->count(), [s](int i) { return s->point(i); }, xMap, left, right, view);
         viewGeneration = s->getGeneration();
         viewS1 = xMap.s1();
         viewS2 = xMap.s2();
@@ -382,17 +417,25 @@ ZError Graph::setData(unsigned int n, double* values, int count) {
         return noSuchCurve(n);
     if (count < 0 || (count > 0 && !values))
         return ZError(ZString("Bad sample array for curve ") + ZString(n));
-    GraphCurve& c = curves[int(n)];
-    c.data.resize(count);
+    auto copy = std::make_shared<QVector<double>>(count);
     if (count > 0)
-        std::copy(values, values + count, c.data.data());
+        std::copy(values, values + count, copy->data());
+    curves[int(n)].values = std::move(copy);
     return replotChan(n);
 }
 
 ZError Graph::setData(unsigned int n, QVector<double>& values) {
     if (n >= numCurves)
         return noSuchCurve(n);
-    curves[int(n)].data = values;
+    // Shares the caller's values until one of the two changes them.
+    curves[int(n)].values = std::make_shared<const QVector<double>>(values);
+    return replotChan(n);
+}
+
+ZError Graph::setData(unsigned int n, std::shared_ptr<const QVector<double>> values) {
+    if (n >= numCurves)
+        return noSuchCurve(n);
+    curves[int(n)].values = std::move(values);
     return replotChan(n);
 }
 
@@ -400,6 +443,7 @@ ZError Graph::setData(unsigned int n, QVector<QPointF>& points) {
     if (n >= numCurves)
         return noSuchCurve(n);
     GraphCurve& c = curves[int(n)];
+    c.values.reset();
     c.points = points;
     plotCurve(n)->setPoints(c.points, false);
     replot();
@@ -495,10 +539,12 @@ ZError Graph::replotChan(unsigned int n) {
     if (n >= numCurves)
         return noSuchCurve(n);
     GraphCurve& c = curves[int(n)];
-    const int count = c.data.size();
+    if (!c.values)
+        return ZError();
+    const int count = c.values->size();
     if (count == 0)
         return ZError();
-    const double* data = c.data.constData();
+    const double* data = c.values->constData();
 
     double offset = 0.0;
     if (yAutoScale && numCurves < 2) {
@@ -525,27 +571,19 @@ ZError Graph::replotChan(unsigned int n) {
             offset += double(numCurves - n - 1);
     }
 
-    // The curve holds a share of the points; let go of it so that they are
-    // rewritten in place instead of copied.
-    GraphPlotCurve* curve = plotCurve(n);
-    curve->releasePoints();
-    c.points.resize(count);
-    QPointF* p = c.points.data();
+    // The points are made from the values as they are drawn; only their
+    // bounding rectangle is found here. X runs from the first to the last.
+    c.points = QVector<QPointF>();
     const double scale = c.yScale;
     double top = scale * data[0] + offset, bottom = top;
     for (int i = 0; i < count; i++) {
         const double y = scale * data[i] + offset;
-        p[i] = QPointF(i * dataXScale, y);
         top = qMin(top, y);
         bottom = qMax(bottom, y);
     }
-    // X runs from the first point to the last; the bounding rectangle comes
-    // with the points instead of from another pass over them.
-    const bool finiteX = std::isfinite(dataXScale) && std::isfinite(count * dataXScale);
-    const double left = qMin(p[0].x(), p[count - 1].x());
-    const double right = qMax(p[0].x(), p[count - 1].x());
-    const QRectF rect(QPointF(left, top), QPointF(right, bottom));
-    curve->setPoints(c.points, finiteX && dataXScale >= 0, finiteX ? &rect : nullptr);
+    const double last = (count - 1) * dataXScale;
+    const QRectF rect(QPointF(qMin(0.0, last), top), QPointF(qMax(0.0, last), bottom));
+    plotCurve(n)->setValues(c.values, count, dataXScale, scale, offset, rect);
 
     xLow = 0.0;
     xRange = count * dataXScale;

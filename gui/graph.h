@@ -14,27 +14,41 @@
 #include <QPointF>
 #include <QVector>
 
+#include <algorithm>
+#include <memory>
+
 class QWheelEvent;
 class QwtPlotGrid;
 class QwtPlotLegendItem;
 
-// The points of one curve as Qwt sees them. Every point is kept; while a
-// decimated drawing is under way size() and sample() answer from the reduced
-// set instead. The bounding rectangle is always that of all the points.
+// The points of one curve as Qwt sees them: either points of its own, or
+// values of a store it shares with their owner, point i being
+// (i * dx, scale * value[i] + offset). While a decimated drawing is under
+// way size() and sample() answer from the reduced set instead. The bounding
+// rectangle is always that of all the points.
 class GraphSeries : public QwtSeriesData<QPointF> {
 public:
-    GraphSeries() : sorted(false), rectValid(false), generation(0), view(nullptr) {}
+    GraphSeries()
+        : sorted(false), rectValid(false), generation(0), valueCount(0), dx(1.0), scale(1.0),
+          offset(0.0), view(nullptr) {}
 
     // sortedX: the caller knows the X values are finite and non-decreasing;
     // otherwise they are checked here. rect: their bounding rectangle, if the
     // caller has it already.
     void setPoints(const QVector<QPointF>& points, bool sortedX, const QRectF* rect = nullptr);
-    // Drops this copy of the points, so that the owner can write its own in place.
-    void releasePoints();
-    const QVector<QPointF>& allPoints() const { return points; }
+    // The first count values of the store. The owner may go on changing the
+    // store; the series never reads past its present end.
+    void setValues(std::shared_ptr<const QVector<double>> values, int count, double dx,
+                   double scale, double offset, const QRectF& rect);
     // X values finite and non-decreasing: the points can be bucketed by pixel column.
     bool isSorted() const { return sorted; }
     unsigned int getGeneration() const { return generation; }
+
+    // Every point, without the reduced set.
+    int count() const { return values ? std::min(valueCount, values->size()) : points.size(); }
+    QPointF point(int i) const {
+        return values ? QPointF(i * dx, scale * values->at(i) + offset) : points.at(i);
+    }
 
     // Points that size() and sample() answer from; nullptr for all of them.
     void setView(const QVector<QPointF>* points) { view = points; }
@@ -48,6 +62,9 @@ private:
     bool sorted;
     mutable bool rectValid;
     unsigned int generation;
+    std::shared_ptr<const QVector<double>> values;
+    int valueCount;
+    double dx, scale, offset;
     const QVector<QPointF>* view;
 };
 
@@ -61,7 +78,8 @@ public:
     explicit GraphPlotCurve(const QString& title);
 
     void setPoints(const QVector<QPointF>& points, bool sortedX, const QRectF* rect = nullptr);
-    void releasePoints();
+    void setValues(std::shared_ptr<const QVector<double>> values, int count, double dx,
+                   double scale, double offset, const QRectF& rect);
     void setDecimation(bool on);
     bool getDecimation() const { return decimation; }
     // Points handed to Qwt at the last drawing.
@@ -80,6 +98,8 @@ public:
 
 private:
     GraphSeries* series() const;
+    // A series of this curve's own, made when somebody replaced it.
+    GraphSeries* ownSeries();
 
     bool decimation;
     mutable int drawnPoints;
@@ -94,7 +114,9 @@ private:
 struct GraphCurve {
     double yScale = 1.0;
     double yOffset = 0.0;
-    QVector<double> data;
+    // Values drawn at X steps of the data X scale, shared with their owner;
+    // or, for a curve given points, those points.
+    std::shared_ptr<const QVector<double>> values;
     QVector<QPointF> points;
     QwtPlotCurve* curve = nullptr;
 };
@@ -120,6 +142,10 @@ public:
     ZError setData(unsigned int n, double* values, int count);
     ZError setData(unsigned int n, QVector<double>& values);
     ZError setData(unsigned int n, QVector<QPointF>& points);
+    // Draws curve n from a store the caller keeps and may go on filling:
+    // no copy is made. The curve shows the values the store held at this
+    // call (or at the next replotChan) and never reads past its end.
+    ZError setData(unsigned int n, std::shared_ptr<const QVector<double>> values);
 
     void setXOffset(double x);
     void setXScale(double s);

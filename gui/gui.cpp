@@ -68,8 +68,13 @@ ZError Gui::init(const ZString& name, const ZString& ttyDevice, bool cal, bool d
 }
 
 void Gui::started() {
-    if (osettings.value("units/unitAutoConnect", false).toBool() && ocontrol.unitsNum() > 0)
-        unitsConnect(true);
+    if (!osettings.value("units/unitAutoConnect", false).toBool() || ocontrol.unitsNum() == 0)
+        return;
+    unitsConnect(true);
+    // "Run on auto connect": a capture starts at once unless one already runs.
+    if (oconnected && !orunning && !oinUpdate &&
+        osettings.value("units/unitAutoRun", false).toBool())
+        run();
 }
 
 void Gui::initMainArea() {

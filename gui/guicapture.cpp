@@ -23,6 +23,9 @@ constexpr unsigned int statusRun = 0x04;
 // among them the overrun bits.
 constexpr unsigned int captureErrorMask = 0xFECB;
 constexpr unsigned int captureOverrunMask = 0xC0;
+// sendDataEnable: status only, or status, data and processed data.
+constexpr unsigned char sendDataStatus = 1;
+constexpr unsigned char sendDataAll = 7;
 
 } // namespace
 
@@ -67,13 +70,17 @@ void Gui::unitsConnect(bool on) {
     ocontrol.update();
     update(true);
 
-    // A capture that already runs on the unit is shown as it comes.
+    // A capture that already runs on the unit is shown as it comes: its data
+    // are asked for; otherwise the unit sends its status only.
     NodeStatus status;
     if (!refreshStatus(status) && status.mode == Mode::Run) {
         ocontrol.dataSetNumStreams(2);
         ocontrol.dataStreamEnable(true);
+        ocontrol.sendDataEnable(sendDataAll);
+        orunning = true;
+    } else {
+        ocontrol.sendDataEnable(sendDataStatus);
     }
-    ocontrol.sendDataEnable(1);
 }
 
 ZError Gui::refreshStatus(NodeStatus& status) {

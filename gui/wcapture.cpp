@@ -18,6 +18,7 @@
 #include <QSettings>
 #include <QSplitter>
 #include <QStackedWidget>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include <cmath>
@@ -49,14 +50,18 @@ WCapture::WCapture(Control& control, QWidget* parent)
     : QWidget(parent), control(control), graph(nullptr), singleGraph(nullptr),
       spectrumGraph(nullptr), stack(nullptr), clearPending(false), numChans(0), viewChan(-1),
       sampleCount(0), dataXScale(1.0), maxSamples(maxSamplesDefault), droppedSamples(0),
-      inDataReady(false), drawn(false), stripBox(nullptr), statsBox(nullptr), statsGrid(nullptr),
-      xOffsetLabel(nullptr), xScaleLabel(nullptr), xOffsetSpin(nullptr), xScaleSpin(nullptr),
-      yAutoScaleBox(nullptr), limitLabel(nullptr) {
+      inDataReady(false), drawn(false), undrawn(false), liveTimer(nullptr), stripBox(nullptr),
+      statsBox(nullptr), statsGrid(nullptr), xOffsetLabel(nullptr), xScaleLabel(nullptr),
+      xOffsetSpin(nullptr), xScaleSpin(nullptr), yAutoScaleBox(nullptr), limitLabel(nullptr) {
     QSettings settings(settingsOrganisation, settingsApplication);
     bool ok = false;
     unsigned int limit = settings.value("graph/maxsamples").toUInt(&ok);
     if (ok && setMaxSamples(limit))
         maxSamples = maxSamplesDefault;
+    liveTimer = new QTimer(this);
+    liveTimer->setSingleShot(true);
+    liveTimer->setInterval(liveRedrawMs);
+    connect(liveTimer, SIGNAL(timeout()), this, SLOT(liveRedraw()));
     init();
 }
 
@@ -188,7 +193,7 @@ ZError WCapture::setMaxSamples(unsigned int samples) {
 
 const QVector<double>& WCapture::getData(unsigned int channel) const {
     static const QVector<double> none;
-    return channel < unsigned(data.size()) ? data[int(channel)] : none;
+    return channel < unsigned(data.size()) ? *data[int(channel)] : none;
 }
 
 int WCapture::getChannelNumber(unsigned int channel) const {

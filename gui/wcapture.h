@@ -11,6 +11,7 @@
 #include <QWidget>
 
 #include <cstdint>
+#include <memory>
 
 class Control;
 class Graph;
@@ -19,6 +20,7 @@ class QDoubleSpinBox;
 class QGridLayout;
 class QLabel;
 class QStackedWidget;
+class QTimer;
 class WChannelControls;
 
 namespace TavroApi {
@@ -44,6 +46,9 @@ public:
     static constexpr unsigned int throttleBlocks = 1000;
     // Captures at this rate or slower are drawn block by block.
     static constexpr double slowRate = 10.0;
+    // Faster ones are drawn at the end of each trace and, while samples
+    // come, at most this often.
+    static constexpr int liveRedrawMs = 250;
     // Samples kept per channel by default: three minutes at 16 kHz.
     static constexpr unsigned int maxSamplesDefault = 2880000;
     // The limit may be set from 1 up to this (1 GB per channel).
@@ -94,6 +99,8 @@ public slots:
     void configClear();
 
 private slots:
+    // The samples taken since the last drawing are drawn.
+    void liveRedraw();
     void scaleChanged(unsigned int channel, double scale);
     void offsetChanged(unsigned int channel, double offset);
     void graphScaleChanged(unsigned int channel, double scale);
@@ -132,7 +139,8 @@ private:
     int viewChan;
     QVector<int> channelMap;
     QVector<Channel> channels;
-    QVector<QVector<double>> data;
+    // The samples kept of each channel, shared with the curves that draw them.
+    QVector<std::shared_ptr<QVector<double>>> data;
     QVector<float> sumSquares;
     QVector<float> sum;
     QVector<float> max;
@@ -143,7 +151,9 @@ private:
     unsigned int maxSamples;
     uint64_t droppedSamples;
     bool inDataReady;
-    bool drawn; // the graph shows samples
+    bool drawn;   // the graph shows samples
+    bool undrawn; // samples came since the last drawing
+    QTimer* liveTimer;
     Spectrum spectrum;
 
     QWidget* stripBox;

@@ -9,6 +9,7 @@
 #include <QDoubleSpinBox>
 #include <QLabel>
 #include <QMetaObject>
+#include <QTimer>
 
 #include <algorithm>
 #include <cmath>
@@ -29,9 +30,10 @@ QString statText(float v) {
 } // namespace
 
 void WCapture::clear() {
-    for (QVector<double>& d : data)
-        d = QVector<double>();
+    // Fresh stores: the curves let go of the old ones as they take these.
     data.resize(int(numChans));
+    for (auto& d : data)
+        d = std::make_shared<QVector<double>>();
     sumSquares.fill(0.0f, int(numChans));
     sum.fill(0.0f, int(numChans));
     max.fill(-HUGE_VALF, int(numChans));
@@ -40,6 +42,8 @@ void WCapture::clear() {
     droppedSamples = 0;
     clearPending = false;
     drawn = false;
+    undrawn = false;
+    liveTimer->stop();
     showLimit();
     for (QLabel* l : statsLabels)
         l->clear();
@@ -62,13 +66,15 @@ void WCapture::dataReady() {
         // This block included.
         const unsigned int queued = control.dataAvailable(0);
         if (clearPending) {
-            for (QVector<double>& d : data)
-                d.resize(0);
+            // A new trace: the curves keep the last one until it is drawn.
+            for (auto& d : data)
+                d = std::make_shared<QVector<double>>();
             droppedSamples = 0;
             showLimit();
             clearPending = false;
         }
-        addBlock(*block);
+        if (addBlock(*block) && block->numSamples)
+            undrawn = true;
         const uint16_t status = block->header.status;
         const bool end = status & statusEnd;
         if (end)
@@ -87,6 +93,13 @@ void WCapture::dataReady() {
         }
     }
     inDataReady = false;
+    if (undrawn && !liveTimer->isActive())
+        liveTimer->start();
+}
+
+void WCapture::liveRedraw() {
+    if (undrawn && isVisible())
+        processData();
 }
 
 bool WCapture::addBlock(const TavroUnitsDataBlock& block) {
@@ -115,7 +128,7 @@ bool WCapture::addBlock(const TavroUnitsDataBlock& block) {
     const float* values = block.data.data();
     for (unsigned int i = 0; i < numChans; i++) {
         const unsigned int column = unsigned(channelMap[int(i)]);
-        QVector<double>& d = data[int(i)];
+        QVector<double>& d = *data[int(i)];
         float squares = sumSquares[int(i)], total = sum[int(i)];
         float high = max[int(i)], low = min[int(i)];
         for (unsigned int s = 0; s < rows; s++) {
@@ -143,14 +156,14 @@ bool WCapture::addBlock(const TavroUnitsDataBlock& block) {
 void WCapture::makeRoom(unsigned int rows) {
     if (numChans == 0)
         return;
-    const unsigned int kept = unsigned(data[0].size());
+    const unsigned int kept = unsigned(data[0]->size());
     const unsigned int adding = std::min(rows, maxSamples);
     if (kept + uint64_t(adding) <= maxSamples) {
         // Grow straight to the limit rather than past it.
         const int room = int(kept + adding);
-        for (QVector<double>& d : data) {
-            if (d.capacity() < room && d.capacity() * 2 > int(maxSamples))
-                d.reserve(int(maxSamples));
+        for (auto& d : data) {
+            if (d->capacity() < room && d->capacity() * 2 > int(maxSamples))
+                d->reserve(int(maxSamples));
         }
         return;
     }
@@ -158,8 +171,8 @@ void WCapture::makeRoom(unsigned int rows) {
     // once per that many rows rather than once per block.
     const unsigned int excess = unsigned(kept + uint64_t(adding) - maxSamples);
     const unsigned int drop = std::min(kept, std::max(excess, maxSamples / 16));
-    for (QVector<double>& d : data)
-        d.remove(0, int(drop));
+    for (auto& d : data)
+        d->remove(0, int(drop));
     droppedSamples += drop;
     showLimit();
 }
@@ -177,6 +190,7 @@ void WCapture::showLimit() {
 }
 
 void WCapture::processData() {
+    undrawn = false;
     const double rate = control.measurementConfig().sampleRate;
     const bool seconds = std::isfinite(rate) && rate > 0.0;
     dataXScale = seconds ? 1.0 / rate : 1.0;
@@ -240,8 +254,8 @@ void WCapture::processDataSingle(unsigned int channel) {
         fflush(stdout);
         return;
     }
-    QVector<double>& d = data[int(channel)];
-    singleGraph->setData(0, d);
+    const QVector<double>& d = *data[int(channel)];
+    singleGraph->setData(0, data[int(channel)]);
 
     QVector<QPointF> points;
     ZError err =

@@ -50,7 +50,7 @@ void removeUnitKeys(QSettings& settings, int n) {
 
 WUnits::WUnits(Control& control, QWidget* parent)
     : QWidget(parent), ocontrol(control), otable(nullptr), omultiConnect(nullptr),
-      oautoConnect(nullptr) {
+      oautoConnect(nullptr), oautoRun(nullptr) {
     init();
 }
 
@@ -73,10 +73,14 @@ void WUnits::init() {
     QHBoxLayout* flags = new QHBoxLayout();
     omultiConnect = new QCheckBox("Multi connect", this);
     oautoConnect = new QCheckBox("Auto connect", this);
+    oautoRun = new QCheckBox("Run on auto connect", this);
+    oautoRun->setToolTip("Start a capture as soon as the units are connected at start-up");
     connect(omultiConnect, SIGNAL(toggled(bool)), this, SLOT(setMultiConnect(bool)));
     connect(oautoConnect, SIGNAL(toggled(bool)), this, SLOT(setAutoConnect(bool)));
+    connect(oautoRun, SIGNAL(toggled(bool)), this, SLOT(setAutoRun(bool)));
     flags->addWidget(omultiConnect);
     flags->addWidget(oautoConnect);
+    flags->addWidget(oautoRun);
     flags->addStretch();
     layout->addLayout(flags);
 
@@ -212,15 +216,23 @@ void WUnits::setAutoConnect(bool on) {
     settings.setValue("units/unitAutoConnect", on);
 }
 
+void WUnits::setAutoRun(bool on) {
+    QSettings settings("Korvel", "Tavro-gui");
+    settings.setValue("units/unitAutoRun", on);
+}
+
 void WUnits::readSettings() {
     QSettings settings("Korvel", "Tavro-gui");
     bool multi = settings.value("units/unitMultiConnect", false).toBool();
     bool autoConnect = settings.value("units/unitAutoConnect", false).toBool();
+    bool autoRun = settings.value("units/unitAutoRun", false).toBool();
     {
         QSignalBlocker blockMulti(omultiConnect);
         QSignalBlocker blockAuto(oautoConnect);
+        QSignalBlocker blockRun(oautoRun);
         omultiConnect->setChecked(multi);
         oautoConnect->setChecked(autoConnect);
+        oautoRun->setChecked(autoRun);
     }
     ocontrol.setMulti(multi);
 

@@ -45,6 +45,7 @@ public:
     QTableWidget* getTable() const { return otable; }
     QCheckBox* getMultiConnect() const { return omultiConnect; }
     QCheckBox* getAutoConnect() const { return oautoConnect; }
+    QCheckBox* getAutoRun() const { return oautoRun; }
     // The button of the given text ("Find units", "Save", ...); null for none.
     QPushButton* getButton(const QString& text) const;
 
@@ -58,6 +59,7 @@ public slots:
     void unitEnabled(bool on);
     void setMultiConnect(bool on);
     void setAutoConnect(bool on);
+    void setAutoRun(bool on);
     void readSettings();
     void findUnits();
     void addUnit();
@@ -77,6 +79,7 @@ private:
     QTableWidget* otable;
     QCheckBox* omultiConnect;
     QCheckBox* oautoConnect;
+    QCheckBox* oautoRun;
 };
 
 #endif

@@ -2,6 +2,7 @@
 // connecting, the status bar, login, a capture from start to stop, and the
 // ways a connection is lost.
 
+#include "graph.h"
 #include "gui.h"
 #include "guimessagesdouble.h"
 #include "simserver.h"
@@ -49,6 +50,12 @@ struct Bench {
     bool ok;
 };
 
+// Points of the first curve of a graph.
+size_t curveSize(QwtPlot* graph) {
+    const QwtPlotItemList curves = graph->itemList(QwtPlotItem::Rtti_PlotCurve);
+    return curves.isEmpty() ? 0 : static_cast<QwtPlotCurve*>(curves[0])->dataSize();
+}
+
 QImage iconImage(const QIcon& icon) {
     return icon.pixmap(32, 32).toImage();
 }
@@ -82,6 +89,7 @@ private slots:
     void statusString();
     void loginLogout();
     void capture();
+    void runOnAutoConnect();
     void captureFinished_data();
     void captureFinished();
     void unitDropsConnection();
@@ -246,6 +254,8 @@ void GuiSimTest::capture() {
     QTRY_VERIFY_WITH_TIMEOUT(view->getSampleCount() >= 500, 20000);
     QVERIFY(view->getNumChans() > 0);
     QVERIFY(!view->getData(0).isEmpty());
+    // A continuous capture is drawn while it runs, not only at its end.
+    QTRY_VERIFY_WITH_TIMEOUT(curveSize(view->getGraph()) > 0, 5000);
     QTRY_COMPARE_WITH_TIMEOUT(b.statusBar(), QString("Run: Running"), 5000);
     QCOMPARE(b.gui.getStateLabel()->text(), QString("R"));
     QCOMPARE(b.gui.getStateLabel()->styleSheet(),
@@ -259,6 +269,28 @@ void GuiSimTest::capture() {
 
     b.tool(0)->trigger();
     QVERIFY(!b.gui.isConnected());
+    QCOMPARE(messages.texts(), QStringList());
+}
+
+void GuiSimTest::runOnAutoConnect() {
+    GuiMessagesDouble messages;
+    Bench b;
+    QVERIFY(b.ok);
+    b.gui.show();
+    b.gui.getTabs()->setCurrentWidget(b.gui.getCaptureView());
+    for (bool autoRun : {false, true}) {
+        b.gui.getSettings().setValue("units/unitAutoConnect", true);
+        b.gui.getSettings().setValue("units/unitAutoRun", autoRun);
+        QVERIFY(QMetaObject::invokeMethod(&b.gui, "started"));
+        QVERIFY(b.gui.isConnected());
+        QCOMPARE(b.gui.isRunning(), autoRun);
+        QCOMPARE(b.unit.mode(), autoRun ? Mode::Run : Mode::Idle);
+        if (autoRun)
+            QTRY_VERIFY_WITH_TIMEOUT(curveSize(b.gui.getCaptureView()->getGraph()) > 0, 10000);
+        b.gui.unitsConnect(false);
+    }
+    // The windows of the later tests must not connect at start.
+    b.gui.getSettings().remove("units");
     QCOMPARE(messages.texts(), QStringList());
 }
 
