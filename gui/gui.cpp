@@ -73,8 +73,11 @@ void Gui::started() {
     unitsConnect(true);
     // "Run on auto connect": a capture starts at once unless one already runs.
     if (oconnected && !orunning && !oinUpdate &&
-        osettings.value("units/unitAutoRun", false).toBool())
+        osettings.value("units/unitAutoRun", false).toBool()) {
+        if (ocaptureView)
+            otabs->setCurrentWidget(ocaptureView);
         run();
+    }
 }
 
 void Gui::initMainArea() {

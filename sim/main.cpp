@@ -43,6 +43,8 @@ const char* const Usage =
     "                    FILE across restarts (read at start, written as they\n"
     "                    change and at exit)\n"
     "  --debug           push a debug message every few seconds\n"
+    "  --measure MODE    the default capture: one-shot (default), repeat or\n"
+    "                    continuous\n"
     "  -h, --help        show this help and exit\n"
     "\n"
     "The default user is \"admin\" with the password \"tavro\".\n"
@@ -82,7 +84,20 @@ bool parsePort(const char* text, unsigned short& port) {
 
 // Reads the command line into o: -1 to go on, else the exit status.
 int parse(int argc, char** argv, Options& o) {
-    enum { Port = 256, Bind, Pty, Mdns, Serial, Software, Api, Sdcard, Fast, State, Debug };
+    enum {
+        Port = 256,
+        Bind,
+        Pty,
+        Mdns,
+        Serial,
+        Software,
+        Api,
+        Sdcard,
+        Fast,
+        State,
+        Debug,
+        Measure
+    };
     static const struct option options[] = {
         {"port", required_argument, nullptr, Port},
         {"bind", required_argument, nullptr, Bind},
@@ -95,6 +110,7 @@ int parse(int argc, char** argv, Options& o) {
         {"fast", no_argument, nullptr, Fast},
         {"state", required_argument, nullptr, State},
         {"debug", no_argument, nullptr, Debug},
+        {"measure", required_argument, nullptr, Measure},
         {"help", no_argument, nullptr, 'h'},
         {nullptr, 0, nullptr, 0},
     };
@@ -137,6 +153,16 @@ int parse(int argc, char** argv, Options& o) {
         case State:
             o.unit.stateFile = optarg;
             break;
+        case Measure: {
+            static const char* const modes[] = {"one-shot", "repeat", "continuous"};
+            o.unit.measureMode = -1;
+            for (int m = 0; m < 3; m++)
+                if (!strcmp(optarg, modes[m]))
+                    o.unit.measureMode = m;
+            if (o.unit.measureMode < 0)
+                return badUsage("invalid measure mode (one-shot, repeat or continuous)", optarg);
+            break;
+        }
         case Debug:
             o.unit.debug = true;
             break;

@@ -142,6 +142,9 @@ ZError SimState::init(const SimOptions& options) {
     users.push_back(admin);
     firmwareInstalled = false;
     factoryDefaults();
+    if (options.measureMode < 0 || options.measureMode > 2)
+        return ZError(1, "Invalid measure mode: " + ZString(options.measureMode));
+    measure[0].measureMode = MeasureMode(options.measureMode);
     return ZError();
 }
 

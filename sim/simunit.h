@@ -48,6 +48,7 @@ struct SimOptions {
     bool fast = false;            // push data as fast as the link takes
     ZString stateFile;            // optional: keep the records across restarts
     bool debug = false;           // push a debug message every few seconds
+    int measureMode = 0;          // the default capture: 0 one shot, 1 repeat, 2 continuous
     unsigned int rebootMs = 1000; // how long a reboot keeps the unit away
 };
 
