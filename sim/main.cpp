@@ -155,11 +155,11 @@ int parse(int argc, char** argv, Options& o) {
             break;
         case Measure: {
             static const char* const modes[] = {"one-shot", "repeat", "continuous"};
-            o.unit.measureMode = -1;
+            o.unit.measureMode = 0;
             for (int m = 0; m < 3; m++)
                 if (!strcmp(optarg, modes[m]))
-                    o.unit.measureMode = m;
-            if (o.unit.measureMode < 0)
+                    o.unit.measureMode = m + 1;
+            if (o.unit.measureMode == 0)
                 return badUsage("invalid measure mode (one-shot, repeat or continuous)", optarg);
             break;
         }

@@ -142,7 +142,8 @@ ZError SimState::init(const SimOptions& options) {
     users.push_back(admin);
     firmwareInstalled = false;
     factoryDefaults();
-    if (options.measureMode < 0 || options.measureMode > 2)
+    if (options.measureMode < int(MeasureMode::OneShot) ||
+        options.measureMode > int(MeasureMode::Continuous))
         return ZError(1, "Invalid measure mode: " + ZString(options.measureMode));
     measure[0].measureMode = MeasureMode(options.measureMode);
     return ZError();

@@ -45,10 +45,11 @@ struct SimOptions {
     ZString software = "1.0.8"; // 1.0.8 and newer push NodeStatus every second
     ZString api = "1.0";        // MAJ.MIN reported in NodeInfo.apiVersion
     bool sdcard = false;
-    bool fast = false;            // push data as fast as the link takes
-    ZString stateFile;            // optional: keep the records across restarts
-    bool debug = false;           // push a debug message every few seconds
-    int measureMode = 0;          // the default capture: 0 one shot, 1 repeat, 2 continuous
+    bool fast = false;  // push data as fast as the link takes
+    ZString stateFile;  // optional: keep the records across restarts
+    bool debug = false; // push a debug message every few seconds
+    // The default capture: 1 one shot, 2 repeat, 3 continuous (MeasureMode).
+    int measureMode = 1;
     unsigned int rebootMs = 1000; // how long a reboot keeps the unit away
 };
 

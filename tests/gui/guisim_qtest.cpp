@@ -256,6 +256,9 @@ void GuiSimTest::capture() {
     QVERIFY(!view->getData(0).isEmpty());
     // A continuous capture is drawn while it runs, not only at its end.
     QTRY_VERIFY_WITH_TIMEOUT(curveSize(view->getGraph()) > 0, 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(curveSize(view->getGraph()) > 1500, 10000);
+    // The time axis follows the samples (1000 per second).
+    QVERIFY(view->getGraph()->axisInterval(QwtPlot::xBottom).maxValue() >= 1.5);
     QTRY_COMPARE_WITH_TIMEOUT(b.statusBar(), QString("Run: Running"), 5000);
     QCOMPARE(b.gui.getStateLabel()->text(), QString("R"));
     QCOMPARE(b.gui.getStateLabel()->styleSheet(),
