@@ -314,7 +314,11 @@ void GraphPlotCurve::drawSeries(QPainter* painter, const QwtScaleMap& xMap, cons
 Graph::Graph(QWidget* parent)
     : QwtPlot(parent), numCurves(0), dataXScale(1.0), xLow(0.0), xRange(0.0), xScale(1.0),
       yActive(0), yAutoScale(false), yMin(0.0), yMax(0.0), decimation(true), grid(nullptr),
-      legendItem(nullptr) {}
+      legendItem(nullptr) {
+    // Qwt makes its plots MinimumExpanding, which turns the size hint into a
+    // minimum: pages of several plots would not fit a laptop screen.
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+}
 
 Graph::~Graph() {
     // The plot deletes the items still attached to it.

@@ -149,7 +149,8 @@ void Gui::initStatusBar() {
 }
 
 QSize Gui::sizeHint() const {
-    return QSize(1280, 860);
+    // A 1280 x 800 screen less a panel and the title bar.
+    return QSize(1280, 740);
 }
 
 void Gui::readSettings() {

@@ -124,6 +124,8 @@ void WCapture::init() {
     xOffsetSpin->setRange(0.0, 1e9);
     xOffsetSpin->setDecimals(6);
     xOffsetSpin->setSingleStep(0.1);
+    // Narrower than its largest value needs: the row fits a laptop screen.
+    xOffsetSpin->setMinimumWidth(110);
     row->addWidget(xOffsetSpin);
     xOffsetLabel = new QLabel(QString::asprintf("X Offset: %f", 0.0));
     xOffsetLabel->setObjectName("xOffsetLabel");
@@ -134,6 +136,7 @@ void WCapture::init() {
     xScaleSpin->setRange(1.0, 1e6);
     xScaleSpin->setDecimals(3);
     xScaleSpin->setValue(1.0);
+    xScaleSpin->setMinimumWidth(90);
     row->addWidget(xScaleSpin);
     xScaleLabel = new QLabel(QString::asprintf("X Scale: %f", 1.0));
     xScaleLabel->setObjectName("xScaleLabel");

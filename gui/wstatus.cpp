@@ -7,6 +7,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QScrollArea>
 #include <QToolButton>
 
 #include <cstring>
@@ -39,6 +40,8 @@ void WStatus::init() {
     ogrid = new QWidget(this);
     QGridLayout* grid = new QGridLayout(ogrid);
     grid->setSizeConstraint(QLayout::SetFixedSize);
+    // Tight rows: the table fits a laptop screen.
+    grid->setVerticalSpacing(2);
 
     grid->addWidget(new QLabel(tr("<b>Tavro Status</b>"), ogrid), 0, 0);
     QToolButton* help = new QToolButton(ogrid);
@@ -46,10 +49,15 @@ void WStatus::init() {
     help->setToolTip("Tavro Status");
     help->setObjectName("help");
     grid->addWidget(help, 0, 1, Qt::AlignLeft);
-    // The help topic lives in the main window's manual.
+    // The help topic lives in the main window's manual: its page of this
+    // topic when the window opens topics, else the manual's first page.
     connect(help, &QToolButton::clicked, this, [this]() {
         QWidget* top = window();
-        if (top != this && top->metaObject()->indexOfSlot("manual()") >= 0)
+        if (top == this)
+            return;
+        if (top->metaObject()->indexOfSlot("manualTopic(QString)") >= 0)
+            QMetaObject::invokeMethod(top, "manualTopic", Q_ARG(QString, QString("status")));
+        else if (top->metaObject()->indexOfSlot("manual()") >= 0)
             QMetaObject::invokeMethod(top, "manual");
     });
 
@@ -63,8 +71,14 @@ void WStatus::init() {
         ovalues.append(value);
         olabels.append(rowLabels[row]);
     }
-    box->addWidget(ogrid, 0, Qt::AlignTop);
-    box->addStretch();
+    // On a small screen the table scrolls rather than pushing the window
+    // off the screen.
+    QScrollArea* scroll = new QScrollArea(this);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidget(ogrid);
+    scroll->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    box->setContentsMargins(0, 0, 0, 0);
+    box->addWidget(scroll);
 
     otimer.setInterval(refreshMs);
     connect(&otimer, SIGNAL(timeout()), this, SLOT(update()));

@@ -343,6 +343,12 @@ void WUnits::clear() {
         removeUnitKeys(settings, n);
     settings.setValue("units/unitsNum", 0);
     settings.sync();
+    // Connected units are let go through the main window first, so that it
+    // knows they are gone.
+    QWidget* top = window();
+    if (ocontrol.unitsConnected() && top != this &&
+        top->metaObject()->indexOfSlot("unitsConnect(bool)") >= 0)
+        QMetaObject::invokeMethod(top, "unitsConnect", Q_ARG(bool, false));
     ocontrol.clear();
     update();
 }

@@ -101,6 +101,7 @@ struct SimCore {
     uint8_t dataEnable;
     uint32_t generation; // counts the starts and stops of captures
     bool loggedIn;
+    ZString loginUser; // who logged in last; counts only while loggedIn
     uint32_t relays;
     uint32_t errorNumber;
     ZString errorText;

@@ -65,6 +65,7 @@ ZError SimServer::loginServe(const ZString& user, const ZString& password) {
     Lock lock(ocore.mutex);
     ZError err = ocore.state.checkLogin(user, password);
     ocore.loggedIn = !err;
+    ocore.loginUser = err ? ZString() : user;
     return err;
 }
 
@@ -77,7 +78,9 @@ ZError SimServer::logoutServe() {
 ZError SimServer::changePasswordServe(const ZString& user, const ZString& password,
                                       const ZString& newPassword) {
     Lock lock(ocore.mutex);
-    ZError err = ocore.state.changePassword(user, password, newPassword);
+    // A user logged in on this link changes his own password without the old one.
+    const bool own = password.isEmpty() && ocore.loggedIn && user == ocore.loginUser;
+    ZError err = ocore.state.changePassword(user, password, newPassword, own);
     if (!err)
         ocore.dirty = true;
     return err;

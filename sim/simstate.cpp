@@ -287,10 +287,12 @@ ZError SimState::checkLogin(const ZString& user, const ZString& password) const 
 }
 
 ZError SimState::changePassword(const ZString& user, const ZString& password,
-                                const ZString& newPassword) {
-    ZError err = checkLogin(user, password);
-    if (err)
-        return err;
+                                const ZString& newPassword, bool own) {
+    bool known = false;
+    for (const SimUser& u : users)
+        known = known || user == u.name;
+    if (!known || (!own && checkLogin(user, password)))
+        return ZError(13, "Invalid user or password");
     if (newPassword.isEmpty() || newPassword.len() >= int(sizeof(SimUser::password)))
         return ZError(22, "Invalid new password");
     for (SimUser& u : users)

@@ -47,9 +47,11 @@ public:
 
     // 13 "Invalid user or password" when the pair is not in the table.
     ZError checkLogin(const ZString& user, const ZString& password) const;
-    // The password check as checkLogin; 22 "Invalid new password" for an
+    // The password check as checkLogin (none when own: the user is logged
+    // in and changes his own password); 22 "Invalid new password" for an
     // empty one or one of more than 31 characters.
-    ZError changePassword(const ZString& user, const ZString& password, const ZString& newPassword);
+    ZError changePassword(const ZString& user, const ZString& password, const ZString& newPassword,
+                          bool own = false);
 
     // A missing file is no error (the unit starts with its defaults); a bad
     // one is refused with 1 "Bad state file <path>: <reason>" and nothing of

@@ -273,6 +273,13 @@ void GuiTest::windowSizeSetting() {
     auto gui = newGui();
     QVERIFY(gui);
     QCOMPARE(gui->size(), size);
+
+    // Every page, demo and calibration ones included, fits a 1280 x 800
+    // screen less a panel and the window frame.
+    auto all = newGui(true, true, true);
+    QVERIFY(all);
+    QVERIFY(all->minimumSizeHint().width() <= 1200);
+    QVERIFY(all->minimumSizeHint().height() <= 700);
 }
 
 void GuiTest::loginDialog() {

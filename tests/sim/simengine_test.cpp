@@ -162,9 +162,14 @@ TEST(SimEngine, LoginRulesBySecurityMode) {
     EXPECT_EQ(rig.client.login("nobody", "tavro"), invalid);
     EXPECT_EQ(rig.client.changePassword("admin", "wrong", "new"), invalid);
     EXPECT_EQ(rig.client.changePassword("admin", "tavro", ""), ZError(22, "Invalid new password"));
+    // No old password: only for the user logged in on this link.
+    EXPECT_EQ(rig.client.changePassword("admin", "", "s3cret"), invalid);
     ASSERT_FALSE(rig.client.changePassword("admin", "tavro", "s3cret"));
     EXPECT_TRUE(rig.client.login("admin", "tavro"));
     ASSERT_FALSE(rig.client.login("admin", "s3cret"));
+    EXPECT_EQ(rig.client.changePassword("nobody", "", "x"), invalid);
+    ASSERT_FALSE(rig.client.changePassword("admin", "", "tavro"));
+    ASSERT_FALSE(rig.client.login("admin", "tavro"));
     // A new link starts logged out.
     rig.unit.dropConnection();
     EXPECT_EQ(rig.ended(), ZError(5, "Connection dropped"));
