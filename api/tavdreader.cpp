@@ -77,7 +77,7 @@ ZError TavdReader::alignSector() {
 }
 
 ZError tavdConvert(const ZString& input, const ZString& output, bool csvWithHeader,
-                   const TavdRawConverter& rawConverter) {
+                   const TavdRawConverter& rawConverter, const TavdProgress& progress) {
     if (output.isEmpty())
         return ZError("No output file given");
     TavdReader in;
@@ -96,6 +96,7 @@ ZError tavdConvert(const ZString& input, const ZString& output, bool csvWithHead
     DataBlock block;
     DataBlockProc proc;
     DataBlockFloat floats;
+    const int64_t inputLength = progress ? in.length() : 0;
     while (!(err = in.readPacket())) {
         const uint8_t* payload = in.payload();
         const unsigned length = in.payloadLength();
@@ -146,6 +147,8 @@ ZError tavdConvert(const ZString& input, const ZString& output, bool csvWithHead
             if (err)
                 return err;
         }
+        if (progress && !progress(uint64_t(in.position()), uint64_t(inputLength)))
+            return ZError(-ECANCELED, "Conversion cancelled");
     }
     if (err.number != errReadEnd.number)
         return err;

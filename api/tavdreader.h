@@ -37,6 +37,9 @@ public:
     // Moves on to the next multiple of 512 (after the info block of a
     // Block512 file).
     ZError alignSector();
+    // Where the next block starts and the size of the file; -1 when closed.
+    int64_t position() const { return file.position(); }
+    int64_t length() const { return file.length(); }
 
     const TavdBlockHeader& header() const {
         return *reinterpret_cast<const TavdBlockHeader*>(buffer);
@@ -58,11 +61,18 @@ private:
 // whole 16-channel block.
 using TavdRawConverter = std::function<ZError(const DataBlock& raw, DataBlockFloat& out)>;
 
+// Told after every block how far a conversion has come: the bytes of the
+// input read so far and its size. Returning false stops the conversion.
+using TavdProgress = std::function<bool(uint64_t done, uint64_t total)>;
+
 // Converts the ".tavd" file input into output, whose suffix gives the format
 // ("csv" becomes "csv_with_header" when csvWithHeader is set). Raw blocks
-// need rawConverter; without one they fail with number 12.
+// need rawConverter; without one they fail with number 12. A conversion
+// stopped by progress fails with -125 "Conversion cancelled" and leaves the
+// output as far as it got.
 ZError tavdConvert(const ZString& input, const ZString& output, bool csvWithHeader,
-                   const TavdRawConverter& rawConverter = TavdRawConverter());
+                   const TavdRawConverter& rawConverter = TavdRawConverter(),
+                   const TavdProgress& progress = TavdProgress());
 
 } // namespace TavroApi
 

@@ -93,6 +93,8 @@ public:
     const ZArray<TavroApi::ChannelConfig>& channelConfigs() const { return ochannelConfigs; }
     // The measurement the next measureStart sends.
     void setMeasurement(const TavroApi::MeasurementConfig& config) { omeasurementConfig = config; }
+    // The configuration the pages edit; setConfig sends it to the units.
+    void setConfiguration(const TavroApi::Configuration& config) { oconfiguration = config; }
     FileSave fileRawSave() const { return ofileRawSave; }
     FileSave fileProcSave() const { return ofileProcSave; }
     bool statusPolling() const { return ostatusPoll; }

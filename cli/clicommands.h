@@ -14,6 +14,9 @@ int cliFind(int argc, char** argv);
 int cliInfo(int argc, char** argv);
 int cliRecord(int argc, char** argv);
 int cliConvert(int argc, char** argv);
+int cliFiles(int argc, char** argv);
+int cliFirmware(int argc, char** argv);
+int cliConfig(int argc, char** argv);
 
 // Prints "tavroCli: " and the error's text on standard error; returns 1.
 int cliFail(const ZError& err);

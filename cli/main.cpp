@@ -17,6 +17,9 @@ const char* const Usage =
     "  info      show a unit's node information, configuration and channels\n"
     "  record    record a capture of one unit, or of a group of units, to files\n"
     "  convert   convert a .tavd raw data file to CSV or TDMS\n"
+    "  files     list, download and delete the data files kept on a unit\n"
+    "  firmware  show a firmware package, upload it to a unit, or flash a unit over USB DFU\n"
+    "  config    save a unit's configuration to a .zconfig file, or restore it\n"
     "\n"
     "Unit URLs: zoapn://HOST[:PORT] (TCP), zoaps://DEVICE (serial line),\n"
     "zoapu://SERIAL (USB).\n"
@@ -29,10 +32,8 @@ struct Command {
 };
 
 const Command Commands[] = {
-    {"find", cliFind},
-    {"info", cliInfo},
-    {"record", cliRecord},
-    {"convert", cliConvert},
+    {"find", cliFind},   {"info", cliInfo},         {"record", cliRecord}, {"convert", cliConvert},
+    {"files", cliFiles}, {"firmware", cliFirmware}, {"config", cliConfig},
 };
 
 } // namespace

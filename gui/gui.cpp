@@ -1,10 +1,17 @@
 #include "gui.h"
 
 #include "guimessages.h"
+#include "helpwindow.h"
+#include "wcalibrate.h"
 #include "wcapture.h"
 #include "wcapturedemo.h"
 #include "wcaptureprocessed.h"
-#include "wplaceholder.h"
+#include "wconfig.h"
+#include "wconfigchans.h"
+#include "wconfigfirmware.h"
+#include "wconfigsaverestore.h"
+#include "wdatalog.h"
+#include "wdebug.h"
 #include "wstatus.h"
 #include "wunits.h"
 
@@ -13,7 +20,6 @@
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTabWidget>
-#include <QTextBrowser>
 #include <QVBoxLayout>
 
 #include <cstdio>
@@ -40,7 +46,9 @@ Gui::Gui(QWidget* parent)
 
 Gui::~Gui() {
     ostatusTimer.stop();
-    // The pages go before the control object they refer to.
+    // No more unit messages for the pages, which go before the control
+    // object they refer to.
+    ocontrol.setDebugView(nullptr);
     delete otabs;
     otabs = nullptr;
     ologFile.close();
@@ -72,7 +80,8 @@ void Gui::started() {
         return;
     unitsConnect(true);
     // "Run on auto connect": a capture starts at once unless one already runs.
-    if (oconnected && !orunning && !oinUpdate &&
+    // Not while the units wait for new firmware (the capture page is off).
+    if (oconnected && !orunning && ocaptureView && ocaptureView->isEnabled() &&
         osettings.value("units/unitAutoRun", false).toBool()) {
         if (ocaptureView)
             otabs->setCurrentWidget(ocaptureView);
@@ -99,35 +108,20 @@ void Gui::initMainArea() {
     otabs->addTab(ostatusView, "Status");
     ounitsView = new WUnits(ocontrol, otabs);
     otabs->addTab(ounitsView, "Units");
-    oconfigView = new WPlaceholder(
-        "Config",
-        "The units' configuration will be here: general, network, WiFi, MQTT, alarm and "
-        "waveform generator settings, saving and restoring them to files, the files held on "
-        "a unit and firmware updates.",
-        otabs);
+    oconfigView = new WConfig(ocontrol, otabs);
+    oconfigView->addPage("Tavro-40x Firmware", new WConfigFirmware(ocontrol));
+    oconfigView->addPage("Tavro-40x Config Save/Restore", new WConfigSaveRestore(ocontrol));
     otabs->addTab(oconfigView, "Config");
-    ochannelConfigView = new WPlaceholder(
-        "Channel Config",
-        "The channel table will be here: name, type, range, gain, scale and units of each "
-        "input and output channel of the connected units.",
-        otabs);
+    ochannelConfigView = new WConfigChans(ocontrol, otabs);
     otabs->addTab(ochannelConfigView, "Channel Config");
     ocaptureView = new WCapture(ocontrol, otabs);
     otabs->addTab(ocaptureView, "Raw Data");
     ocaptureProcessedView = new WCaptureProcessed(ocontrol, otabs);
     otabs->addTab(ocaptureProcessedView, "Processed Data");
-    odatalogView = new WPlaceholder(
-        "Data Log",
-        "The data files recorded on a unit will be listed here, to be downloaded, converted "
-        "to CSV or TDMS, or deleted.",
-        otabs);
+    odatalogView = new WDatalog(ocontrol, otabs);
     otabs->addTab(odatalogView, "Data Log");
     if (ocal || odev) {
-        ocalibrateView = new WPlaceholder(
-            "Calibrate",
-            "The calibration functions will be here: measuring reference inputs and storing "
-            "the units' calibration factors.",
-            otabs);
+        ocalibrateView = new WCalibrate(ocontrol, otabs);
         otabs->addTab(ocalibrateView, "Calibrate");
     }
     if (odemo) {
@@ -135,12 +129,18 @@ void Gui::initMainArea() {
         otabs->addTab(ocaptureDemoView, "Capture Demo");
     }
     if (odev) {
-        odebugView = new WPlaceholder(
-            "Debug",
-            "The debug console will be here: the units' messages as they come and a line for "
-            "sending text commands to the units.",
-            otabs);
+        odebugView = new WDebug(otabs);
         otabs->addTab(odebugView, "Debug");
+    }
+    // The units' messages: to the debug console, which passes them on to
+    // the calibration page; with no console, to that page alone.
+    if (odebugView) {
+        ocontrol.setDebugView(odebugView);
+        if (ocalibrateView)
+            connect(odebugView, &WDebug::messageReceived, ocalibrateView,
+                    &WCalibrate::sendMessageServe);
+    } else if (ocalibrateView) {
+        ocontrol.setDebugView(ocalibrateView);
     }
 }
 
@@ -160,6 +160,8 @@ void Gui::readSettings() {
 }
 
 void Gui::writeSettings() {
+    if (oconfigView)
+        oconfigView->configSaveGui();
     osettings.setValue("windowSize", size());
     osettings.sync();
 }
@@ -179,12 +181,19 @@ void Gui::update(bool all) {
         ocaptureDemoView->update();
     if (ocaptureProcessedView)
         ocaptureProcessedView->update(all);
+    if (oconfigView)
+        oconfigView->update(-1);
+    if (ochannelConfigView)
+        ochannelConfigView->update();
+    if (odatalogView)
+        odatalogView->update();
     oinUpdate = false;
 }
 
 void Gui::setDataPagesEnabled(bool on) {
-    QWidget* pages[] = {ostatusView,           ounitsView,         ocaptureDemoView, ocaptureView,
-                        ocaptureProcessedView, ochannelConfigView, odatalogView};
+    QWidget* pages[] = {
+        ostatusView,           ounitsView,         ocaptureDemoView, ocaptureView,
+        ocaptureProcessedView, ochannelConfigView, odatalogView,     ocalibrateView};
     for (QWidget* page : pages) {
         if (page)
             page->setEnabled(on);
@@ -193,12 +202,16 @@ void Gui::setDataPagesEnabled(bool on) {
 
 void Gui::firmwareUpdate() {
     setDataPagesEnabled(false);
-    if (oconfigView)
+    if (oconfigView) {
         otabs->setCurrentWidget(oconfigView);
+        oconfigView->firmwareUpdate(true);
+    }
 }
 
 void Gui::firmwareUpdateClear() {
     setDataPagesEnabled(true);
+    if (oconfigView)
+        oconfigView->firmwareUpdate(false);
 }
 
 void Gui::enableStatus(bool on) {

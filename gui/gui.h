@@ -20,11 +20,15 @@ class QCloseEvent;
 class QLabel;
 class QSplitter;
 class QTabWidget;
-class QTextBrowser;
+class HelpWindow;
+class WCalibrate;
 class WCapture;
 class WCaptureDemo;
 class WCaptureProcessed;
-class WPlaceholder;
+class WConfig;
+class WConfigChans;
+class WDatalog;
+class WDebug;
 class WStatus;
 class WUnits;
 
@@ -78,6 +82,12 @@ public:
     WCapture* getCaptureView() const { return ocaptureView; }
     WCaptureProcessed* getCaptureProcessedView() const { return ocaptureProcessedView; }
     WCaptureDemo* getCaptureDemoView() const { return ocaptureDemoView; }
+    WConfig* getConfigView() const { return oconfigView; }
+    WConfigChans* getChannelConfigView() const { return ochannelConfigView; }
+    WDatalog* getDatalogView() const { return odatalogView; }
+    WCalibrate* getCalibrateView() const { return ocalibrateView; }
+    WDebug* getDebugView() const { return odebugView; }
+    HelpWindow* getHelpWindow() const { return ohelpWindow.get(); }
 
     QSize sizeHint() const override;
 
@@ -89,6 +99,8 @@ public slots:
     void logout();
     void quit() override;
     void manual();
+    // The manual at one of its topics ("status", "files#csv", ...).
+    void manualTopic(const QString& topic);
     void about();
 
     void unitsConnectToggle();
@@ -152,15 +164,15 @@ private:
     // Pages, owned by the tab widget; null when not created.
     WStatus* ostatusView;
     WUnits* ounitsView;
-    WPlaceholder* oconfigView;
-    WPlaceholder* ochannelConfigView;
+    WConfig* oconfigView;
+    WConfigChans* ochannelConfigView;
     WCapture* ocaptureView;
     WCaptureProcessed* ocaptureProcessedView;
-    WPlaceholder* odatalogView;
-    WPlaceholder* ocalibrateView;
+    WDatalog* odatalogView;
+    WCalibrate* ocalibrateView;
     WCaptureDemo* ocaptureDemoView;
-    WPlaceholder* odebugView;
-    std::unique_ptr<QTextBrowser> ohelpWindow;
+    WDebug* odebugView;
+    std::unique_ptr<HelpWindow> ohelpWindow;
 
     int ostate;
     bool orunning;

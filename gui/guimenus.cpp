@@ -4,12 +4,12 @@
 #include "dialoglogin.h"
 #include "gui.h"
 #include "guimessages.h"
+#include "helpwindow.h"
 
 #include <QAction>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
-#include <QTextBrowser>
 #include <QToolBar>
 
 namespace {
@@ -117,24 +117,16 @@ void Gui::quit() {
 }
 
 void Gui::manual() {
+    manualTopic(HelpWindow::home);
+}
+
+void Gui::manualTopic(const QString& topic) {
     if (!ohelpWindow) {
-        ohelpWindow.reset(new QTextBrowser());
-        ohelpWindow->setWindowTitle("Tavro-gui - Manual");
+        ohelpWindow.reset(new HelpWindow());
         ohelpWindow->setWindowIcon(windowIcon());
-        ohelpWindow->resize(640, 480);
-        ohelpWindow->setHtml(
-            "<h2>Tavro-gui</h2>"
-            "<p>Connect to the units with the <b>Connect</b> button of the tool bar; the units "
-            "are listed, found and added on the <b>Units</b> page. <b>Run</b> starts a capture "
-            "and <b>Stop</b> (Ctrl+S) ends it; the raw samples are drawn on the <b>Raw "
-            "Data</b> page and the values the units compute on the <b>Processed Data</b> "
-            "page.</p>"
-            "<p>The indicator beside the buttons shows the capture state: <b>S</b> stopped, "
-            "<b>T</b> awaiting a trigger, <b>R</b> running. The status bar shows the unit's "
-            "mode and state every second.</p>");
     }
-    ohelpWindow->show();
-    ohelpWindow->raise();
+    if (!ohelpWindow->showTopic(topic))
+        ohelpWindow->showContents();
 }
 
 void Gui::about() {

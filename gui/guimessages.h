@@ -57,6 +57,29 @@ public:
     static void about(QWidget* parent, const QString& title, const QString& text) {
         get().ask(About, parent, title, text, QMessageBox::Ok, QMessageBox::Ok);
     }
+
+    // File dialogs go through here too.
+    enum FileKind { OpenFile, SaveFile, Directory };
+
+    // Shows a file dialog and returns the name chosen, empty when cancelled.
+    // filter holds the filters separated by ";;"; selectedFilter, when
+    // given, preselects one and receives the one chosen. A save dialog adds
+    // the suffix of the chosen filter ("(*.csv)" gives "csv") to a name typed
+    // without one. The default shows a modal QFileDialog.
+    virtual QString fileDialog(FileKind kind, QWidget* parent, const QString& caption,
+                               const QString& path, const QString& filter, QString* selectedFilter);
+
+    static QString saveFileName(QWidget* parent, const QString& caption, const QString& path,
+                                const QString& filter, QString* selectedFilter = nullptr) {
+        return get().fileDialog(SaveFile, parent, caption, path, filter, selectedFilter);
+    }
+    static QString openFileName(QWidget* parent, const QString& caption, const QString& path,
+                                const QString& filter, QString* selectedFilter = nullptr) {
+        return get().fileDialog(OpenFile, parent, caption, path, filter, selectedFilter);
+    }
+    static QString directory(QWidget* parent, const QString& caption, const QString& path) {
+        return get().fileDialog(Directory, parent, caption, path, QString(), nullptr);
+    }
 };
 
 // The default: modal QMessageBox boxes.

@@ -253,7 +253,7 @@ void GuiTest::firmwareUpdatePages() {
             disabled << tabs->tabText(i);
     }
     QCOMPARE(disabled, QStringList({"Status", "Units", "Channel Config", "Raw Data",
-                                    "Processed Data", "Data Log", "Capture Demo"}));
+                                    "Processed Data", "Data Log", "Calibrate", "Capture Demo"}));
     gui->firmwareUpdateClear();
     for (int i = 0; i < tabs->count(); i++)
         QVERIFY(tabs->widget(i)->isEnabled());

@@ -52,8 +52,36 @@ public:
     }
     void clear() { messages.clear(); }
 
+    // File dialogs: each one asked is recorded; the answers are taken in
+    // order (a name and the filter chosen, empty to keep the preselected
+    // one); with none left the dialog counts as cancelled.
+    struct FileAsk {
+        FileKind kind;
+        QString caption;
+        QString path;
+        QString filter;
+        QString selectedFilter; // the one preselected
+    };
+    struct FileAnswer {
+        QString name;
+        QString filter;
+    };
+    QString fileDialog(FileKind kind, QWidget*, const QString& caption, const QString& path,
+                       const QString& filter, QString* selectedFilter) override {
+        fileAsks.append(
+            FileAsk{kind, caption, path, filter, selectedFilter ? *selectedFilter : QString()});
+        if (fileAnswers.isEmpty())
+            return QString();
+        FileAnswer a = fileAnswers.takeFirst();
+        if (selectedFilter && !a.filter.isEmpty())
+            *selectedFilter = a.filter;
+        return a.name;
+    }
+
     QList<Message> messages;
     QList<QMessageBox::StandardButton> answers;
+    QList<FileAsk> fileAsks;
+    QList<FileAnswer> fileAnswers;
 
 private:
     GuiMessages* before;

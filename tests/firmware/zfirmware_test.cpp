@@ -1,0 +1,202 @@
+// Firmware packages: validation of packages and raw images, hostile section
+// lengths, the update decision, and the upload of one platform's section to
+// a unit that records what it is sent, and to a simulated unit that installs
+// it at its reboot.
+
+#include "api/tavropair.h"
+#include "api/unitstest.h"
+#include "dfu.h"
+#include "zfirmbuild.h"
+#include "zfirmupload.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <string>
+
+using namespace TavroApi;
+typedef std::vector<uint8_t> Bytes;
+
+namespace {
+
+ZString fileOf(const std::string& name, const Bytes& bytes) {
+    std::string dir = getenv("TAVRO_TEST_TMP") ? getenv("TAVRO_TEST_TMP") : "/tmp";
+    EXPECT_EQ(system(("mkdir -p '" + dir + "'").c_str()), 0);
+    EXPECT_FALSE(zfirmWriteFile((dir + "/" + name).c_str(), bytes));
+    return (dir + "/" + name).c_str();
+}
+
+const ZFirmwareVersion V123 = {1, 2, 3};
+Bytes image(uint32_t platform, size_t n) {
+    return zfirmBuildImage(uint8_t(platform), V123, n);
+}
+// Patches a little-endian word of a byte image.
+Bytes patched(Bytes b, size_t at, uint32_t value) {
+    zfirmPut32(b.data() + at, value);
+    return b;
+}
+
+// A unit that keeps what is written to its files.
+class Recorder : public Tavro {
+public:
+    Recorder(bool threaded, unsigned int maxPacket) : Tavro(threaded, maxPacket) {}
+    ZError fileOpenServe(const ZString& name, const ZString& mode, unsigned int& handle) override {
+        std::lock_guard<std::mutex> lock(m);
+        log += std::string("open ") + name.str() + " " + mode.str() + ";";
+        handle = 7;
+        return ZError();
+    }
+    ZError fileWriteServe(const unsigned int& handle, const unsigned int& offset,
+                          const FileData& d) override {
+        std::lock_guard<std::mutex> lock(m);
+        if (handle != 7 || offset != data.size())
+            return ZError(22, "Invalid offset");
+        pieces.push_back(d.length);
+        data.insert(data.end(), d.data, d.data + d.length);
+        return ZError();
+    }
+    ZError fileCloseServe(const unsigned int& handle) override {
+        std::lock_guard<std::mutex> lock(m);
+        log += "close " + std::to_string(handle) + ";";
+        return ZError();
+    }
+    std::mutex m;
+    std::string log;
+    Bytes data;
+    std::vector<uint32_t> pieces;
+};
+
+} // namespace
+
+// Packages for the first section's platform (zfirmValidate) and raw
+// main-processor images (Dfu::validateFile); the update decision.
+TEST(Firmware, ValidationAndUpdateCheck) {
+    const Bytes good = zfirmBuildPackage(V123, {{ZFirmwarePlatformCpu, image(34, 600)}});
+    const Bytes raw = zfirmBuildImage(Dfu::PlatformTavro40x, V123, 528);
+    const struct {
+        bool dfu;
+        Bytes bytes;
+        const char* text;
+    } rows[] = {
+        {false, good, ""},
+        {false, Bytes(good.begin(), good.begin() + 127), "File format error"},
+        {false, patched(good, 0, 0x01524F4C), "Not a firmware file"},
+        {false, patched(good, 16, 34), "Not a firmware file for this platform"},
+        {false, zfirmBuildPackage(V123, {{35, image(35, 9)}, {34, image(34, 9)}}),
+         "Not a firmware file for this platform"},
+        {true, raw, ""},
+        {true, Bytes(raw.begin(), raw.end() - 1), "File read error"},
+        {true, patched(raw, 512, 0x7C5D3E01), "Not a firmware file"},
+        {true, zfirmBuildImage(34, V123, 528), "Not a Tavro-40x firmware file"},
+    };
+    int n = 0;
+    for (const auto& r : rows) {
+        ZString version = "unset", file = fileOf("v" + std::to_string(n++), r.bytes);
+        ZError e = r.dfu ? Dfu::validateFile(file, 33, version) : zfirmValidate(file, 34, version);
+        EXPECT_EQ(e, *r.text ? ZError(r.text) : ZError()) << n;
+        EXPECT_STREQ(version.str(), *r.text ? "unset" : "1.2.3") << n;
+    }
+    ZString version;
+    EXPECT_EQ(zfirmValidate("/nonexistent/x.zfirm", 34, version), ZError("Unable to open file"));
+
+    ZFirmwareFileHeader h;
+    h.fromBytes(good.data());
+    const uint8_t checks[][5] = {// unit version, force, update
+                                 {1, 2, 3, 0, 0},
+                                 {1, 2, 3, 1, 1},
+                                 {2, 2, 3, 0, 1},
+                                 {1, 3, 3, 0, 1},
+                                 {1, 2, 4, 0, 1}};
+    for (const auto& c : checks) {
+        Version v;
+        v.type = 9; // not compared
+        v.ver0 = c[0], v.ver1 = c[1], v.ver2 = c[2];
+        EXPECT_EQ(firmwareUpdateCheck(h, v, c[3]), bool(c[4])) << int(c[0]) << c[1] << c[2];
+    }
+}
+
+TEST(Firmware, UploadSendsTheWantedSectionInPieces) {
+    zoaptest::TavroPair<Recorder> pair(zoaptest::Transport::Tcp, true);
+    ASSERT_FALSE(pair.joined);
+    pair.start();
+    const Bytes cpu = image(34, 3 * 512 + 100), fpga = image(35, 1000);
+    const Bytes pkg =
+        zfirmBuildPackage(V123, {{ZFirmwarePlatformFpga, fpga}, {ZFirmwarePlatformCpu, cpu}});
+    std::vector<std::string> texts;
+    double last = -1;
+    ZFirmwareUpload upload(&pair.client);
+    upload.setProgress([&](const ZString& text, double done) {
+        if (texts.empty() || texts.back() != text.str())
+            texts.push_back(text.str());
+        last = done;
+        return true;
+    });
+    ASSERT_FALSE(upload.upload(fileOf("two.zfirm", pkg), ZFirmwarePlatformCpu));
+    // The section as the package holds it: its header, then the image.
+    const size_t at = 64 + 64 + fpga.size();
+    std::lock_guard<std::mutex> lock(pair.unit.m);
+    EXPECT_EQ(pair.unit.data, Bytes(pkg.begin() + long(at), pkg.end()));
+    EXPECT_EQ(pair.unit.pieces, (std::vector<uint32_t>{512, 512, 512, 164}));
+    EXPECT_EQ(pair.unit.log, "open FirmwareCpu w;close 7;");
+    EXPECT_EQ(texts, (std::vector<std::string>{"Validadting firmware", "Uploading: FirmwareCpu"}));
+    EXPECT_EQ(last, 1.0);
+}
+
+TEST(Firmware, UploadRefusesBadPackagesAndCloses) {
+    zoaptest::TavroPair<Recorder> pair(zoaptest::Transport::Tcp, true);
+    ASSERT_FALSE(pair.joined);
+    pair.start();
+    const Bytes fpgaOnly = zfirmBuildPackage(V123, {{ZFirmwarePlatformFpga, image(35, 700)}});
+    const Bytes cpuOnly = zfirmBuildPackage(V123, {{ZFirmwarePlatformCpu, image(34, 700)}});
+    const char* past = "Currupt firmware file: section runs past the end of the file";
+    const struct {
+        const char* name;
+        Bytes bytes;
+        uint32_t platform;
+        const char* text;
+    } rows[] = {
+        {"p37.zfirm", cpuOnly, 37, "Uknown platform"},
+        {"header.zfirm", Bytes(cpuOnly.begin(), cpuOnly.begin() + 63), 34, "Invalid firmware file"},
+        {"type.zfirm", patched(cpuOnly, 16, 32), 34, "Invalid firmware file"},
+        {"missing.zfirm", fpgaOnly, 34, "FirmwareCpu: firmware not found in file"},
+        {"cut.zfirm", Bytes(fpgaOnly.begin(), fpgaOnly.begin() + 64 + 63), 35,
+         "FirmwareFpga: firmware not found in file"},
+        {"magic.zfirm", patched(fpgaOnly, 64, 0x01524F4C), 34, "Currupt firmware file"},
+        {"huge.zfirm", patched(fpgaOnly, 64 + 8, 0xFFFFFFFF), 34, past},
+        {"past.zfirm", patched(cpuOnly, 64 + 8, 701), 34, past},
+    };
+    for (const auto& r : rows) {
+        ZFirmwareUpload upload(&pair.client);
+        EXPECT_EQ(upload.upload(fileOf(r.name, r.bytes), r.platform), ZError(r.text)) << r.name;
+    }
+    EXPECT_EQ(ZFirmwareUpload(nullptr).upload("x.zfirm", 34), ZError("Not connected"));
+    EXPECT_EQ(ZFirmwareUpload(&pair.client).upload("/nonexistent.zfirm", 34),
+              ZError("Unable to open file"));
+
+    // Cancelled half way: the unit's file is closed all the same.
+    ZFirmwareUpload upload(&pair.client);
+    upload.setProgress([](const ZString&, double done) { return done < 0.5; });
+    EXPECT_EQ(upload.upload(fileOf("cancel.zfirm", cpuOnly), 34), ZError("Upload cancelled"));
+    std::lock_guard<std::mutex> lock(pair.unit.m);
+    EXPECT_EQ(pair.unit.log, "open FirmwareCpu w;close 7;");
+    EXPECT_EQ(pair.unit.pieces, (std::vector<uint32_t>{512}));
+}
+
+TEST(Firmware, SimulatedUnitInstallsAtReboot) {
+    unitstest::Sim sim;
+    unitstest::Group group;
+    ASSERT_FALSE(group.connectAll({sim.url()}));
+    const ZString file = fileOf("all.zfirm", zfirmBuildPackageAll({2, 7, 9}, 5000));
+    for (uint32_t p : {ZFirmwarePlatformCpu, ZFirmwarePlatformFpga, ZFirmwarePlatformWifi})
+        ASSERT_FALSE(ZFirmwareUpload(group.unitMaster()).upload(file, p)) << p;
+    EXPECT_EQ(sim.unit.nodeInfo().softwareVersion.ver1, 0); // not before the reboot
+    group.unitMaster()->factoryReset(false, false);
+    group.unitsDisconnect();
+    ASSERT_TRUE(unitstest::eventually([&] { return !sim.unit.rebooting(); }));
+    ASSERT_FALSE(group.unitsConnect());
+    NodeInfo info;
+    ASSERT_FALSE(group.unitMaster()->getNodeInfo(info));
+    for (const Version& v : {info.softwareVersion, info.fpgaVersion, info.wifiVersion})
+        EXPECT_EQ(ZString().printf("%u.%u.%u", v.ver0, v.ver1, v.ver2), "2.7.9");
+}
