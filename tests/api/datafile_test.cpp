@@ -1,9 +1,13 @@
+// DataFile writing every format, and TavdReader reading ".tavd" files back
+// (converting them, and refusing hostile ones).
 #include "datafile.h"
+#include "tavdreader.h"
 
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -21,6 +25,10 @@ std::string tempName(const char* name) {
 std::string readAll(const std::string& name) {
     std::ifstream in(name, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeAll(const std::string& name, const std::string& bytes) {
+    std::ofstream(name, std::ios::binary) << bytes;
 }
 
 // What a file of the given format holds once body has written to it and it is closed.
@@ -104,6 +112,17 @@ DataBlock makeBlock(DataType type, int numChannels, int numSamples) {
     return b;
 }
 
+// A block header with the given length field and type, then the payload.
+std::string block(unsigned length, uint64_t type, const std::string& payload = std::string(),
+                  uint16_t magic = 0x555A) {
+    TavdBlockHeader h{magic, uint16_t(length), 0, type};
+    return image(h) + payload;
+}
+
+std::string sector(const std::string& bytes) { // pads with junk to the next 512
+    return bytes + std::string((512 - bytes.size() % 512) % 512, '\x5a');
+}
+
 } // namespace
 
 TEST(DataFile, OpenAndUnknownFormats) {
@@ -112,7 +131,6 @@ TEST(DataFile, OpenAndUnknownFormats) {
     EXPECT_EQ(f.open(name.c_str(), "w", "xls"), ZError(1, "Uknown format: xls"));
     EXPECT_FALSE(f.isOpen());
     EXPECT_NE(access(name.c_str(), F_OK), 0);
-
     // Reading does not check the format word.
     { std::ofstream(name) << "x"; }
     EXPECT_FALSE(f.open(name.c_str(), "r", "xls"));
@@ -318,4 +336,145 @@ TEST(DataFile, Tdms) {
     const std::string want = std::string("TDSm") + u32(46) + u32(4713) +
                              u64(meta.size() + data.size()) + u64(meta.size()) + meta + data;
     EXPECT_EQ(b, want);
+}
+
+// What DataFile writes in a Stream file converts to exactly what DataFile
+// writes directly in the other formats.
+TEST(TavdReader, StreamRoundTrip) {
+    const std::string raw = tempName("in.tavd"), out = tempName("out.csv");
+    DataBlock data = makeBlock(DataType::Float32, 10, 3);
+    DataBlockProc proc;
+    proc.numChannels = 10;
+    proc.numSamples = 1;
+    proc.type = DataType::Proc;
+    proc.analogueData[2].rms = 4.5f;
+    proc.digitalData = 3;
+    for (const char* format : {"tavd", "csv_with_header"}) {
+        DataFile f;
+        ASSERT_FALSE(f.open((*format == 't' ? raw : out).c_str(), "w", format));
+        ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 10), makeChannels(10)));
+        ASSERT_FALSE(f.writeData(&data) || f.writeData(&proc) || f.writeData(&data));
+        ASSERT_FALSE(f.writeEnd());
+    }
+    const std::string direct = readAll(out);
+    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), true));
+    EXPECT_EQ(readAll(out), direct);
+    // Processed blocks have no TDMS form.
+    EXPECT_EQ(tavdConvert(raw.c_str(), (out + ".tdms").c_str(), true),
+              ZError(12, "DataFile::writeData: TDMS format not supported"));
+    for (const std::string& name : {raw, out, out + ".tdms"})
+        unlink(name.c_str());
+}
+
+// A unit's Block512 file: every block after the info block fills whole sectors.
+TEST(TavdReader, Block512Sectors) {
+    const std::string raw = tempName("unit.tavd"), out = tempName("unit.csv");
+    DataBlock data = makeBlock(DataType::Float32, 2, 2);
+    std::string file = sector(block(232, 30, image(makeInfo(TavdFileType::Block512, 2))));
+    for (const ChannelConfig& ch : makeChannels(2))
+        file += sector(block(152, 32, image(ch)));
+    file += sector(block(16 + 40, 31, image(data).substr(0, 40)));
+    file += sector(block(16 + 496, 31, image(data))); // 528 bytes: two sectors
+    file += sector(block(20, 33, "abcd"));            // skipped
+    writeAll(raw, file);
+    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), false));
+    const std::string lines = "-3.000000,-2.500000\n-2.000000,-1.500000\n";
+    EXPECT_EQ(readAll(out), lines + lines);
+    unlink(raw.c_str());
+    unlink(out.c_str());
+}
+
+TEST(TavdReader, HostileFilesRefused) {
+    const std::string info = block(232, 30, image(makeInfo(TavdFileType::Stream, 0)));
+    DataBlock big = makeBlock(DataType::Float32, 10, 10), tooBig = big, raw40x = big;
+    tooBig.numSamples = 12;         // more than a DataBlock holds: refused by the writer
+    raw40x.type = DataType::Raw40x; // without a converter
+    DataBlockFloat full;
+    full.numChannels = 19; // 209 samples claimed in a payload long enough for them
+    full.numSamples = 11;
+    const struct Case {
+        std::string bytes;
+        ZError error;
+        bool numberOnly = false;
+    } cases[] = {
+        {block(232, 30, "", 0x5A55), ZError(1, "Magic number incorrect")},
+        {block(4097, 30), ZError(1, "Excesive packet length")},
+        {block(20, 34, "abcd"), ZError(1, "Unkown data packet: 34")},
+        {block(20, 29, "abcd"), ZError(1, "Unkown data packet: 29")},
+        {block(10, 30), ZError(15, "File read error")}, // shorter than its header
+        {block(20, 30).substr(0, 9), ZError(15, "File read error")},
+        {block(100, 33), ZError()}, // a header without payload ends the file
+        {block(100, 33, "abc"), ZError(15, "File read error")},
+        {block(4096, 33, std::string(4000, 'x')), ZError(15, "File read error")},
+        {block(16 + 100, 30, std::string(100, 'i')), ZError(15, "File read error")}, // short info
+        {info + block(16 + 100, 32, std::string(100, 'c')), ZError(15, "File read error")},
+        {info + block(16 + 10, 31, std::string(10, 'd')), ZError(15, "File read error")},
+        // 100 samples claimed, room for 118 in the record but only 28 bytes in the file
+        {info + block(16 + 28, 31, image(big).substr(0, 28)), ZError(15, "File read error")},
+        {info + block(16 + 496, 31, image(tooBig)), ZError(15, ""), true},
+        {info + block(16 + 24 + 4 * 209, 31, image(full) + std::string(4, '\0')),
+         ZError(15, "File read error")},
+        {info + block(16 + 496, 31, image(raw40x)), ZError(12, ""), true},
+        {"", ZError()}, // an empty file is an empty conversion
+    };
+    const std::string raw = tempName("bad.tavd"), out = tempName("bad.csv");
+    for (const Case& c : cases) {
+        writeAll(raw, c.bytes);
+        const ZError err = tavdConvert(raw.c_str(), out.c_str(), false);
+        EXPECT_TRUE(c.numberOnly ? err.number == c.error.number : err == c.error)
+            << err.number << " " << err.str().retStr() << " for " << c.error.str().retStr();
+    }
+    EXPECT_EQ(readAll(out), "");
+    TavdReader in;
+    writeAll(raw, block(100, 33));
+    ASSERT_FALSE(in.open(raw.c_str()));
+    EXPECT_EQ(in.readPacket(), ZError(14, "File read end"));
+    EXPECT_EQ(tavdConvert(raw.c_str(), "", false), ZError(1, "No output file given"));
+    const ZError err = tavdConvert("/nonexistent/x.tavd", out.c_str(), false);
+    EXPECT_EQ(err.number, 1);
+    EXPECT_EQ(strncmp(err.str().retStr(), "Unable to open file: /nonexistent/x.tavd: ", 42), 0);
+    unlink(raw.c_str());
+    unlink(out.c_str());
+}
+
+// Raw unit blocks go through the converter into a full 16-channel block; the
+// application's own 16 x 13 float blocks (860-byte payloads) convert back.
+TEST(TavdReader, RawAndFullFloatBlocks) {
+    const std::string raw = tempName("raw.tavd"), out = tempName("raw.csv");
+    DataBlock raw40x = makeBlock(DataType::Raw40x, 9, 13);
+    writeAll(raw, block(232, 30, image(makeInfo(TavdFileType::Stream, 0))) +
+                      block(16 + 496, 31, image(raw40x)));
+    int calls = 0;
+    auto convert = [&](const DataBlock& in, DataBlockFloat& f) {
+        calls++;
+        EXPECT_EQ(in.numSamples, 13);
+        f.numChannels = DataBlockFloat::channelsMax;
+        f.numSamples = DataBlockFloat::samplesMax;
+        for (int i = 0; i < DataBlockFloat::dataMax; i++)
+            f.data[i] = float(i);
+        return ZError();
+    };
+    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), false, convert));
+    EXPECT_EQ(calls, 1);
+    std::string text = readAll(out);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 13);
+    EXPECT_EQ(text.substr(text.size() - 12), ",207.000000\n");
+    DataBlockFloat full;
+    full.numChannels = DataBlockFloat::channelsMax;
+    full.numSamples = DataBlockFloat::samplesMax;
+    for (int i = 0; i < DataBlockFloat::dataMax; i++)
+        full.data[i] = float(i) - 0.5f;
+    {
+        DataFile f;
+        ASSERT_FALSE(f.open(raw.c_str(), "w", "tavd"));
+        ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 0), makeChannels(0)));
+        ASSERT_FALSE(f.writeData(&full));
+    }
+    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), false));
+    text = readAll(out);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 13);
+    EXPECT_EQ(text.substr(0, 20), "-0.500000,0.500000,1");
+    EXPECT_EQ(text.substr(text.size() - 12), ",206.500000\n");
+    unlink(raw.c_str());
+    unlink(out.c_str());
 }

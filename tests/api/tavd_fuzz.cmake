@@ -1,7 +1,7 @@
 # The ".tavd" fuzz target in the test suite.
 set(TAVRO_TAVD_FUZZ_SECONDS 20 CACHE STRING "Length of the tavd fuzz run in the test suite")
 tavro_add_fuzz_smoke(api tavd_fuzz SECONDS ${TAVRO_TAVD_FUZZ_SECONDS}
-                     REPLAY ${CMAKE_CURRENT_LIST_DIR}/tavd_fuzz_replay.cpp LIBS tavro_api)
+                     REPLAY ${CMAKE_CURRENT_LIST_DIR}/zoap_fuzz_replay.cpp LIBS tavro_api)
 
 # The seed generator. Its output must match the seeds in fuzz/corpus/tavd
 # byte for byte: a change in what DataFile writes shows here (then

@@ -24,43 +24,34 @@ public:
 
 enum class Transport { Loopback, Tcp };
 
-// Joins two transports; a TCP pair is connected through a listener on an
-// ephemeral port of 127.0.0.1. Reads on both ends give up after readUs.
-inline ZError joinPair(Transport kind, std::unique_ptr<ZComms>& a, std::unique_ptr<ZComms>& b,
-                       unsigned int readUs) {
-    if (kind == Transport::Loopback) {
-        auto la = std::make_unique<ZCommsLoopback>();
-        auto lb = std::make_unique<ZCommsLoopback>();
-        ZCommsLoopback::connectPair(*la, *lb);
-        a = std::move(la);
-        b = std::move(lb);
-    } else {
-        ZSocket listener(ZSocket::Stream);
-        ZSocketAddressINET address;
-        auto client = std::make_unique<TavroApi::CommsNet>();
-        int fd = -1;
-        ZError err;
-        if ((err = address.set("127.0.0.1", 0)) || (err = listener.bind(address)) ||
-            (err = listener.listen()) || (err = listener.getAddress(address)) ||
-            (err = client->connect("127.0.0.1", (unsigned short)address.port())) ||
-            (err = listener.accept(fd)))
-            return err;
-        a = std::move(client);
-        b = std::make_unique<AcceptedNet>(fd);
-    }
-    a->setTimeout(readUs);
-    b->setTimeout(readUs);
-    return ZError();
-}
-
-// A client and a unit of type T over one transport; receive threads are
-// started by start() and stopped before anything else goes.
+// A client and a unit of type T over one transport (TCP through a listener on
+// an ephemeral port); reads give up after readUs. Receive threads are started
+// by start() and stopped before anything else goes.
 template <class T>
 struct TavroPair {
     TavroPair(Transport kind, bool clientThreaded, unsigned int replyUs = 2000000,
               unsigned int readUs = 20000)
         : client(clientThreaded, 1024), unit(true, 1024) {
-        joined = joinPair(kind, clientEnd, unitEnd, readUs);
+        if (kind == Transport::Loopback) {
+            auto a = std::make_unique<ZCommsLoopback>(), b = std::make_unique<ZCommsLoopback>();
+            ZCommsLoopback::connectPair(*a, *b);
+            clientEnd = std::move(a);
+            unitEnd = std::move(b);
+        } else {
+            ZSocket listener(ZSocket::Stream);
+            ZSocketAddressINET address;
+            auto net = std::make_unique<TavroApi::CommsNet>();
+            int fd = -1;
+            if ((joined = address.set("127.0.0.1", 0)) || (joined = listener.bind(address)) ||
+                (joined = listener.listen()) || (joined = listener.getAddress(address)) ||
+                (joined = net->connect("127.0.0.1", (unsigned short)address.port())) ||
+                (joined = listener.accept(fd)))
+                return;
+            clientEnd = std::move(net);
+            unitEnd = std::make_unique<AcceptedNet>(fd);
+        }
+        for (ZComms* end : {clientEnd.get(), unitEnd.get()})
+            end->setTimeout(readUs);
         client.setComms(clientEnd.get());
         unit.setComms(unitEnd.get());
         client.setAddress(1, 2);

@@ -25,10 +25,10 @@ using namespace TavroApi;
 using TavroSim::SimOptions;
 using TavroSim::SimUnit;
 
-inline SimOptions options(const char* serial = "T400-000001", bool fast = true) {
+inline SimOptions options(const char* serial = "T400-000001") {
     SimOptions o;
     o.serial = serial;
-    o.fast = fast;
+    o.fast = true;
     o.rebootMs = 100;
     return o;
 }
@@ -71,10 +71,8 @@ public:
         setMulti(true);
         for (size_t i = 0; i < urls.size(); i++)
             unitAdd(ZString("u") + ZString(unsigned(i + 1)), urls[i]);
-        ZError e = unitsConnect();
-        if (!e)
-            e = dataSetNumStreams(streams);
-        if (!e)
+        ZError e;
+        if (!(e = unitsConnect()) && !(e = dataSetNumStreams(streams)))
             e = start();
         return e;
     }

@@ -19,13 +19,6 @@ namespace zoaptest {
 
 typedef std::vector<uint8_t> Bytes;
 
-inline void put16(Bytes& b, uint16_t v) {
-    b.insert(b.end(), {uint8_t(v), uint8_t(v >> 8)});
-}
-inline void put32(Bytes& b, uint32_t v) {
-    put16(b, uint16_t(v));
-    put16(b, uint16_t(v >> 16));
-}
 inline Bytes cat(Bytes a, const Bytes& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
@@ -36,18 +29,16 @@ inline Bytes packet(uint16_t function, const Bytes& payload = Bytes(), uint16_t 
                     uint16_t destination = 1, uint16_t source = 2, int length = -1) {
     Bytes b;
     for (uint16_t w : {uint16_t(0x555A), uint16_t(length >= 0 ? length : 16 + int(payload.size())),
-                       destination, source, function, status})
-        put16(b, w);
-    put32(b, 0);
+                       destination, source, function, status, uint16_t(0), uint16_t(0)})
+        b.insert(b.end(), {uint8_t(w), uint8_t(w >> 8)});
     return cat(b, payload);
 }
 
 // A 40-byte error record; text is copied as given (up to 38 bytes).
-inline Bytes errorRecord(int16_t number, const char* text = "", size_t n = size_t(-1)) {
-    Bytes b;
-    put16(b, uint16_t(number));
+inline Bytes errorRecord(int16_t number, const char* text = "") {
+    Bytes b = {uint8_t(number), uint8_t(uint16_t(number) >> 8)};
     b.resize(40);
-    memcpy(&b[2], text, std::min(n == size_t(-1) ? strlen(text) : n, size_t(38)));
+    memcpy(&b[2], text, std::min(strlen(text), size_t(38)));
     return b;
 }
 

@@ -160,7 +160,7 @@ TEST(ConfigFile, SaveRestoreRoundTrip) {
 
     const std::string path = freshDir("zconfig") + "/saved.zconfig";
     ASSERT_FALSE(ConfigFile::save(control, path.c_str()));
-    const std::string text = readAll(path);
+    const std::string text = readFile(path);
     EXPECT_EQ(text.substr(0, 53), "[file]\ntype: zconfig\nversion: 0\n[boardConfig]\nmagic: ");
     for (const char* line :
          {"\nnetworkAddress: 192.168.1.10\n", "\nnetworkNameServer0: 134743044\n",

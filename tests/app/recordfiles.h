@@ -4,22 +4,15 @@
 // Reading back what a recording wrote: text lines, whole files, and the
 // blocks of a ".tavd" file; and a fresh folder for each test.
 
+#include "sim/simharness.h"
 #include "tavdreader.h"
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
-#include <chrono>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 inline void PrintTo(const ZError& e, std::ostream* os) {
@@ -29,6 +22,8 @@ inline void PrintTo(const ZError& e, std::ostream* os) {
 namespace recordtest {
 
 using namespace TavroApi;
+using simtest::eventually;
+using simtest::readFile;
 
 // A new empty folder under $TAVRO_TEST_TMP (or /tmp).
 inline std::string freshDir(const std::string& what) {
@@ -39,12 +34,6 @@ inline std::string freshDir(const std::string& what) {
     std::vector<char> name(pattern.begin(), pattern.end());
     name.push_back(0);
     return mkdtemp(name.data()) ? std::string(name.data()) : std::string();
-}
-
-inline std::string readAll(const std::string& path) {
-    std::stringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
 }
 
 inline std::vector<std::string> readLines(const std::string& path) {
@@ -71,17 +60,6 @@ inline int fields(const std::string& line) {
     return n;
 }
 
-// Polls done() every few milliseconds until it holds (true) or ms pass.
-template <class F>
-bool eventually(F done, int ms = 5000) {
-    for (auto t0 = std::chrono::steady_clock::now(); !done();) {
-        if (std::chrono::steady_clock::now() - t0 > std::chrono::milliseconds(ms))
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
 // The blocks of a ".tavd" file; end is the reader's last answer (14 "File
 // read end" for a complete file).
 struct TavdContents {
@@ -100,56 +78,43 @@ inline TavdContents readTavd(const std::string& path) {
     while (!(c.end = reader.readPacket())) {
         const unsigned n = reader.payloadLength();
         const uint8_t* p = reader.payload();
+        const bool data =
+            reader.blockType() == TavdBlockHeader::typeData && n >= sizeof(DataBlockHeader);
         if (reader.blockType() == TavdBlockHeader::typeInfo && n >= sizeof(InfoBlock)) {
             memcpy(static_cast<void*>(&c.info), p, sizeof(InfoBlock));
             reader.info = c.info;
         } else if (reader.blockType() == TavdBlockHeader::typeChannel &&
                    n >= sizeof(ChannelConfig)) {
-            ChannelConfig ch;
-            memcpy(static_cast<void*>(&ch), p, sizeof(ch));
-            c.channels.push_back(ch);
-        } else if (reader.blockType() == TavdBlockHeader::typeData &&
-                   n >= sizeof(DataBlockHeader) && DataType(p[20]) == DataType::Proc &&
-                   n >= sizeof(DataBlockProc)) {
-            DataBlockProc b;
-            memcpy(static_cast<void*>(&b), p, sizeof(b));
-            c.proc.push_back(b);
-        } else if (reader.blockType() == TavdBlockHeader::typeData &&
-                   n >= sizeof(DataBlockHeader) && DataType(p[20]) == DataType::Float32) {
-            DataBlockFloat b;
-            memcpy(static_cast<void*>(&b), p, std::min<size_t>(n, sizeof(b)));
-            c.data.push_back(b);
+            c.channels.emplace_back();
+            memcpy(static_cast<void*>(&c.channels.back()), p, sizeof(ChannelConfig));
+        } else if (data && DataType(p[20]) == DataType::Proc && n >= sizeof(DataBlockProc)) {
+            c.proc.emplace_back();
+            memcpy(static_cast<void*>(&c.proc.back()), p, sizeof(DataBlockProc));
+        } else if (data && DataType(p[20]) == DataType::Float32) {
+            c.data.emplace_back();
+            memcpy(static_cast<void*>(&c.data.back()), p, std::min<size_t>(n, sizeof(c.data[0])));
         }
     }
     return c;
 }
 
-// The data records of a tavd file grouped into the blocks they came from
-// (records of one block share its sequence number): the samples per block.
-inline std::vector<unsigned> samplesPerSequence(const TavdContents& c, bool& contiguous) {
+// The samples per block of a complete tavd file whose blocks are numbered
+// from 0 without a gap (the records of one block share its sequence number).
+inline std::vector<unsigned> tavdBlocks(const std::string& path) {
+    const TavdContents t = readTavd(path);
+    EXPECT_EQ(t.end.number, 14) << path << ": " << t.end.string.str();
     std::vector<unsigned> samples;
-    contiguous = true;
-    for (const DataBlockFloat& b : c.data) {
+    for (const DataBlockFloat& b : t.data) {
         if (b.sequence == samples.size()) {
             samples.push_back(b.numSamples);
         } else if (!samples.empty() && b.sequence + 1 == samples.size()) {
             samples.back() += b.numSamples;
         } else {
-            contiguous = false;
+            ADD_FAILURE() << path << ": sequence numbers from 0 without a gap";
             samples.push_back(b.numSamples);
         }
     }
     return samples;
-}
-
-// The samples per block of a complete tavd file whose blocks are numbered from 0 without a gap.
-inline std::vector<unsigned> tavdBlocks(const std::string& path) {
-    const TavdContents t = readTavd(path);
-    EXPECT_EQ(t.end.number, 14) << path << ": " << t.end.string.str();
-    bool contiguous = false;
-    std::vector<unsigned> blocks = samplesPerSequence(t, contiguous);
-    EXPECT_TRUE(contiguous) << path << ": sequence numbers from 0 without a gap";
-    return blocks;
 }
 
 } // namespace recordtest

@@ -1,6 +1,7 @@
 // tavroCli as a child process against simulated units of this process on TCP: help texts and
 // exit codes, info as text and JSON, recordings ended by time, block count, SIGINT and a lost
-// unit, a group of two units, and a ".tavd" recording converted to CSV.
+// unit, a group of two units, a ".tavd" recording converted to CSV, unit files and the unit's
+// configuration saved and restored.
 #include "app/recordfiles.h"
 #include "simserver.h"
 #include "simunit.h"
@@ -8,14 +9,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-
-#include <functional>
-#include <memory>
 
 using namespace recordtest;
 using Strings = std::vector<std::string>;
@@ -27,44 +20,13 @@ struct CliRun {
     std::string out, err;
 };
 
-// Runs tavroCli; sends SIGINT once interrupt() holds (polled), kills it after 30 s.
-CliRun runCli(const Strings& args, const std::function<bool()>& interrupt = nullptr) {
-    static int runs = 0;
-    const std::string out = freshDir("cli-run") + "/" + std::to_string(++runs);
-    const std::string err = out + ".err";
-    std::vector<char*> argv{const_cast<char*>(TAVRO_CLI_PROGRAM)};
-    for (const std::string& a : args)
-        argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    const pid_t parent = getpid();
-    const pid_t pid = fork();
-    if (pid == 0) { // system calls only until exec
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (getppid() == parent && dup2(o, 1) == 1 && dup2(e, 2) == 2)
-            execv(argv[0], argv.data());
-        _exit(127);
-    }
-    int status = 0;
-    bool interrupted = false;
-    const auto t0 = std::chrono::steady_clock::now();
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() - t0 > std::chrono::seconds(30)) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            ADD_FAILURE() << "tavroCli did not end";
-            status = -1;
-            break;
-        }
-        if (interrupt && !interrupted && interrupt()) {
-            kill(pid, SIGINT);
-            interrupted = true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return {status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1, readAll(out),
-            readAll(err)};
+// Runs tavroCli in dir with input; sends SIGINT once interrupt() holds, kills it after 30 s.
+CliRun runCli(const Strings& args, const std::function<bool()>& interrupt = nullptr,
+              const std::string& input = "", const std::string& dir = "") {
+    simtest::Program p(TAVRO_CLI_PROGRAM, args, input, dir);
+    const int status = p.exitStatus(30000, interrupt);
+    EXPECT_GE(status, 0) << "tavroCli did not end";
+    return {status, p.output(), p.errors()};
 }
 
 bool has(const std::string& text, const std::string& part) {
@@ -81,7 +43,12 @@ struct Unit {
         TavroSim::SimOptions o;
         o.fast = fast;
         o.serial = serial;
+        o.rebootMs = 50;
         return o;
+    }
+    // One client at a time: waits until the last one is gone.
+    void idle() {
+        eventually([&] { return !server.serving(); }, 3000);
     }
     TavroSim::SimUnit unit;
     TavroSim::SimTcpServer server{unit};
@@ -164,7 +131,7 @@ TEST(TavroCli, RecordForASecondGivesACompleteCsvWithHeader) {
         EXPECT_EQ(fields(l), 16) << l;
     EXPECT_TRUE(has(run.err, ", " + std::to_string(data.size()) + " samples\n")) << run.err;
     EXPECT_TRUE(has(run.err, " samples/s\n")) << "progress";
-    EXPECT_EQ(readAll(path).back(), '\n') << "the last line is whole";
+    EXPECT_EQ(readFile(path).back(), '\n') << "the last line is whole";
 }
 
 // The simulated unit's samples depend only on the sample's place in the
@@ -184,9 +151,9 @@ TEST(TavroCli, TavdConvertedToCsvEqualsTheCsvRecordedDirectly) {
     CliRun plain = runCli({"convert", dir + "/rec.tavd", dir + "/conv.csv"});
     ASSERT_EQ(plain.status, 0) << plain.err;
     EXPECT_TRUE(has(plain.err, "converted " + dir + "/rec.tavd")) << plain.err;
-    const std::string direct = readAll(dir + "/rec.csv");
+    const std::string direct = readFile(dir + "/rec.csv");
     EXPECT_EQ(readLines(dir + "/rec.csv").size(), 650u);
-    EXPECT_TRUE(readAll(dir + "/conv.csv") == direct) << "converted and direct csv differ";
+    EXPECT_TRUE(readFile(dir + "/conv.csv") == direct) << "converted and direct csv differ";
 
     CliRun headed = runCli({"convert", dir + "/rec.tavd", dir + "/head.csv", "--header"});
     ASSERT_EQ(headed.status, 0) << headed.err;
@@ -208,13 +175,13 @@ TEST(TavroCli, RecordEndsOnABlockCountOnSigintAndOnALostUnit) {
         const std::string raw = dir + "/raw.csv";
         CliRun run = runCli({"record", u.url, "--rate", "1000", "--format", "csv", "--processed",
                              "--out", dir, "--name", "raw", "--proc-name", "proc"},
-                            [&] { return readAll(raw).size() > 20000; });
+                            [&] { return readFile(raw).size() > 20000; });
         ASSERT_EQ(run.status, 0) << run.err;
         EXPECT_TRUE(has(run.err, "Interrupt, stopping")) << run.err;
         EXPECT_EQ(run.out, raw + "\n" + dir + "/proc.csv\n");
         for (const std::string& l : readLines(raw))
             ASSERT_EQ(fields(l), 16) << l;
-        EXPECT_EQ(readAll(raw).back(), '\n');
+        EXPECT_EQ(readFile(raw).back(), '\n');
     }
     {
         Unit u(true);
@@ -247,4 +214,97 @@ TEST(TavroCli, RecordsAGroupOfUnitsInEveryFormat) {
     ASSERT_FALSE(t.data.empty());
     EXPECT_EQ(t.data[0].numChannels, 32);
     EXPECT_EQ(t.channels.size(), t.info.numChannels);
+}
+
+TEST(TavroCli, FilesListGetDelete) {
+    const std::string dir = freshDir("cli-files");
+    Unit u(false);
+    std::string raw;
+    while (raw.size() < 1300)
+        raw += "ZU"; // the magic, then a length of 0x555A
+    ASSERT_FALSE(
+        u.unit.writeFile("/internal/data/rec.tavd", std::vector<uint8_t>(raw.begin(), raw.end())));
+    auto files = [&](const std::string& command, const Strings& more) {
+        Strings args = {"files", command, u.url};
+        args.insert(args.end(), more.begin(), more.end());
+        u.idle();
+        return runCli(args, nullptr, "", dir);
+    };
+
+    CliRun r = files("ls", {});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n') + 1), "Storage size: 64 MBytes, Free: 63 MBytes\n");
+    EXPECT_TRUE(has(r.out, "\nrec.tavd "));
+    EXPECT_TRUE(has(r.out, " file    1300\n"));
+    r = files("get", {"rec.tavd", "--out", "copy.tavd"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(readFile(dir + "/copy.tavd"), raw);
+
+    const struct {
+        const char* command;
+        Strings args;
+        int status;
+        const char* err;
+    } failures[] = {
+        {"get",
+         {"rec.tavd", "--format", "tdms"},
+         1,
+         "tavroCli: Cannot convert data format: Excesive packet length\n"},
+        {"get",
+         {"none.tavd"},
+         1,
+         "tavroCli: Cannot open file on Tavro: No such file or directory\n"},
+        {"ls", {"--root", "sdcard"}, 1, "tavroCli: No such device\n"},
+        {"get",
+         {"rec.tavd", "--out", "x.txt", "--format", "csv"},
+         2,
+         "tavroCli files: The output must end in .csv: x.txt\n"},
+        {"ls", {"--root", "usb"}, 2, "tavroCli files: Unknown root: usb\n"},
+    };
+    for (const auto& f : failures) {
+        r = files(f.command, f.args);
+        EXPECT_EQ(r.status, f.status) << f.err;
+        EXPECT_EQ(r.err.substr(0, r.err.find('\n') + 1), f.err);
+    }
+    EXPECT_FALSE(std::ifstream(dir + "/none.tavd").good());
+    EXPECT_TRUE(std::ifstream(dir + "/rec.tdms").good()); // named after the unit's file
+
+    r = files("rm", {"rec.tavd"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(u.unit.fileNames("/internal/data").number(), 0);
+}
+
+TEST(TavroCli, ConfigSaveThenRestore) {
+    Unit u(false);
+    const std::string file = freshDir("cliconfig") + "/unit.zconfig";
+    auto config = [&](const Strings& args, const std::string& input = "") {
+        u.idle();
+        return runCli(args, nullptr, input);
+    };
+    TavroApi::Configuration c = u.unit.configuration();
+    setCharArray(c.name, "Before");
+    ASSERT_FALSE(u.unit.setConfiguration(c));
+    CliRun r = config({"config", "save", u.url, file});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "Configuration saved to " + file + "\n");
+    EXPECT_TRUE(has(readFile(file), "\n[configuration]\nversion: 1\nname: Before\n"));
+
+    setCharArray(c.name, "After");
+    ASSERT_FALSE(u.unit.setConfiguration(c));
+    r = config({"config", "restore", u.url, file}, "n\n");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out + r.err, "Are you sure you want to reload the configuration of the unit "
+                             "(Unit will reboot after this)? [y/N] Restore cancelled\n");
+    EXPECT_EQ(getCharArray(u.unit.configuration().name), "After");
+    r = config({"config", "restore", u.url, file, "--yes"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "Configuration restored, the unit is rebooting\n");
+    EXPECT_EQ(getCharArray(u.unit.configuration().name), "Before");
+
+    r = config({"config", "save", "x", "y", "--yes"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.err.substr(0, r.err.find('\n')), "tavroCli config: --yes is for restore only");
+    r = config({"config", "restore", u.url, "/nonexistent.zconfig", "--yes"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err.substr(0, 44), "tavroCli: Cannot open file: /nonexistent.zco");
 }

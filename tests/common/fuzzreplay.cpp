@@ -60,12 +60,10 @@ int main(int argc, char** argv) {
     std::mt19937 rng{static_cast<unsigned>(seed)};
     auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     unsigned long runs = 0;
-    for (; std::chrono::steady_clock::now() < end; runs += 64) {
-        for (int i = 0; i < 64; i++) {
-            FuzzBytes v = inputs[rng() % inputs.size()];
-            fuzzReplayMutate(v, inputs, rng);
-            runOne(v);
-        }
+    for (; runs % 64 || std::chrono::steady_clock::now() < end; runs++) {
+        FuzzBytes v = inputs[rng() % inputs.size()];
+        fuzzReplayMutate(v, inputs, rng);
+        runOne(v);
     }
     printf("%s: %zu seed inputs, %lu mutated runs in %.1f s (seed %lu)\n", self, inputs.size(),
            runs, seconds, seed);

@@ -1,8 +1,8 @@
 #ifndef TESTS_COMMS_MDNS_BUILDER_H
 #define TESTS_COMMS_MDNS_BUILDER_H
 
-// Builds DNS messages byte by byte for the mDNS tests and the namespace
-// responder, and writes found services as text.
+// Builds DNS messages byte by byte for the mDNS tests and responders, and
+// writes found services as text.
 
 #include "zmdns.h"
 
@@ -16,7 +16,6 @@ namespace mdnstest {
 struct DnsBuilder {
     std::vector<uint8_t> bytes;
     size_t data = 0; // first data byte of the record being written
-
     size_t pos() const { return bytes.size(); }
     DnsBuilder& u8(unsigned v) {
         bytes.push_back(uint8_t(v));
@@ -70,11 +69,6 @@ struct Unit {
     std::vector<std::string> texts = {"serial=0042"};
 };
 
-// What the avahi-daemon of the namespace test publishes.
-inline Unit avahiUnit() {
-    return {"Tavro test unit", "tavrotest", 0x7F000001, 40358, {"serial=T400-0042"}};
-}
-
 // A reply as a unit sends it: the question echoed, PTR in the answers; SRV
 // (target in full labels), TXT and A in the additional records.
 inline std::vector<uint8_t> unitReply(unsigned id, const Unit& u = Unit(), unsigned flags = 0x8400,
@@ -89,20 +83,6 @@ inline std::vector<uint8_t> unitReply(unsigned id, const Unit& u = Unit(), unsig
     for (const std::string& t : u.texts)
         b.label(t);
     return b.end().record(host, 1).u32(u.address).end().bytes;
-}
-
-// A reply as avahi-daemon 0.8 answers a legacy unicast query: PTR, TXT, SRV
-// and A all in the answer section (class 1, time to live 10), the SRV target
-// a label and a pointer to the question's "local".
-inline std::vector<uint8_t> avahiStyleReply(unsigned id, const Unit& u = Unit()) {
-    DnsBuilder b;
-    b.header(id, 0x8400, 1, 4, 0, 0).question();
-    size_t instance = b.record(12, 12, 1, 10).pos();
-    b.label(u.instance).ptr(12).end().record(instance, 16, 1, 10);
-    for (const std::string& t : u.texts)
-        b.label(t);
-    size_t host = b.end().record(instance, 33, 1, 10).u16(0).u16(0).u16(u.port).pos();
-    return b.label(u.host).ptr(24).end().record(host, 1, 1, 10).u32(u.address).end().bytes;
 }
 
 inline std::string str(const ZString& s) {

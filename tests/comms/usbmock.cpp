@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <deque>
@@ -68,21 +67,19 @@ struct Urb {
 } // namespace
 
 struct UsbMockDevice::State {
-    explicit State(const DeviceConfig& c) : config(c) {}
     ~State() {
         if (fifo >= 0)
             close(fifo);
         if (handler)
             g_object_unref(handler);
     }
-
-    DeviceConfig config;
+    std::string serial; // empty without hasSerial
+    bool hasSerial = false;
     UMockdevTestbed* testbed = nullptr; // owned by the bus
     std::string sysPath, devNode;
     int fifo = -1;
     UMockdevIoctlBase* handler = nullptr;
     Bytes deviceDescriptor, configDescriptor;
-
     mutable std::mutex m;
     mutable std::condition_variable changed;
     std::atomic<bool> gone{false};
@@ -93,7 +90,6 @@ struct UsbMockDevice::State {
     int claimError = 0;
     ControlHandler controlHandler;
     Records rec;
-
     // libusb sleeps in poll() for POLLOUT on the device node, a FIFO here:
     // kept full it is not writable, drained it wakes libusb up to reap.
     void updateWakeLocked() {
@@ -106,12 +102,10 @@ struct UsbMockDevice::State {
                 ;
         changed.notify_all();
     }
-
     void finishLocked(std::list<Urb>::iterator it, int status) {
         it->status = status;
         done.splice(done.end(), pending, it);
     }
-
     // Moves queued IN packets into the pending transfers, in order.
     void fillLocked() {
         for (auto it = pending.begin(); it != pending.end();) {
@@ -136,7 +130,6 @@ struct UsbMockDevice::State {
         }
         updateWakeLocked();
     }
-
     ControlReply descriptor(uint8_t type, uint8_t index) {
         if (type == 1)
             return ControlReply{deviceDescriptor};
@@ -144,15 +137,13 @@ struct UsbMockDevice::State {
             return ControlReply{configDescriptor};
         if (type == 3 && index == 0)
             return ControlReply{{4, 3, 0x09, 0x04}}; // English (US) only
-        if (type != 3 || !config.strings.count(index))
+        if (type != 3 || index != 3 || !hasSerial)
             return ControlReply{{}, true};
-        const std::string& text = config.strings[index];
-        Bytes d{uint8_t(2 + 2 * std::min<size_t>(text.size(), 126)), 3};
-        for (size_t i = 0; i < text.size() && i < 126; i++)
-            d.insert(d.end(), {uint8_t(text[i]), 0});
+        Bytes d{uint8_t(2 + 2 * serial.size()), 3};
+        for (char c : serial)
+            d.insert(d.end(), {uint8_t(c), 0});
         return ControlReply{d};
     }
-
     void control(std::unique_lock<std::mutex>& lock, Urb& u) {
         if (u.length < SetupSize) {
             u.status = -EINVAL;
@@ -166,7 +157,6 @@ struct UsbMockDevice::State {
         Bytes out;
         if (!s.isIn())
             out.assign(b + SetupSize, b + SetupSize + room);
-
         ControlReply reply{{}, s.isIn()};              // unanswered: IN stalls, OUT is accepted
         if (s.requestType == 0x80 && s.request == 6) { // GET_DESCRIPTOR
             reply = descriptor(uint8_t(s.value >> 8), uint8_t(s.value));
@@ -178,13 +168,12 @@ struct UsbMockDevice::State {
         if (reply.stall)
             u.status = -EPIPE;
         else if (s.isIn())
-            out = u.in = Bytes(reply.data.begin(),
-                               reply.data.begin() + std::min<int>(reply.data.size(), room));
+            u.in.assign(reply.data.begin(),
+                        reply.data.begin() + std::min<int>(reply.data.size(), room));
         else
             u.actual = room;
-        rec.controls.push_back(ControlRequest{s, out, reply.stall});
+        rec.controls.push_back({s, reply.stall});
     }
-
     void submit(UMockdevIoctlClient* client, UMockdevIoctlData* arg) {
         std::unique_lock<std::mutex> lock(m);
         Urb u;
@@ -204,14 +193,13 @@ struct UsbMockDevice::State {
                                                                  : 0;
         if (err)
             return umockdev_ioctl_client_complete(client, -1, err);
-
         if (!bulk) {
             control(lock, u);
         } else if (!(u.endpoint & 0x80)) {
             if (!takeFault(failNext, u.endpoint, u.status))
                 u.actual = u.length;
             const uint8_t* p = u.buffer ? u.buffer->data : nullptr;
-            rec.outs.push_back(OutTransfer{u.endpoint, Bytes(p, p + u.length), u.status});
+            rec.outs.push_back(OutTransfer{u.endpoint, Bytes(p, p + u.length)});
         } else {
             rec.ins[u.endpoint].push_back(u.length);
             if (!takeFault(failNext, u.endpoint, u.status)) {
@@ -224,7 +212,6 @@ struct UsbMockDevice::State {
         umockdev_ioctl_client_complete(client, 0, 0);
         updateWakeLocked();
     }
-
     void reap(UMockdevIoctlClient* client, UMockdevIoctlData* arg) {
         std::lock_guard<std::mutex> lock(m);
         auto it = std::find_if(done.begin(), done.end(),
@@ -246,7 +233,6 @@ struct UsbMockDevice::State {
         done.erase(it);
         updateWakeLocked();
     }
-
     void discard(UMockdevIoctlClient* client, UMockdevIoctlData* arg) {
         std::lock_guard<std::mutex> lock(m);
         unsigned long addr = 0;
@@ -260,7 +246,6 @@ struct UsbMockDevice::State {
         umockdev_ioctl_client_complete(client, 0, 0);
         updateWakeLocked();
     }
-
     // Claim, release and alternate setting: the interface number comes first.
     void interfaceEvent(UMockdevIoctlClient* client, UMockdevIoctlData* arg, unsigned long req) {
         std::lock_guard<std::mutex> lock(m);
@@ -275,7 +260,6 @@ struct UsbMockDevice::State {
         }
         umockdev_ioctl_client_complete(client, err ? -1 : 0, err);
     }
-
     static gboolean onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
         State* s = static_cast<State*>(self);
         unsigned long r = umockdev_ioctl_client_get_request(client);
@@ -310,7 +294,10 @@ struct UsbMockDevice::State {
     }
 };
 
-UsbMockDevice::UsbMockDevice(const DeviceConfig& config) : d(new State(config)) {}
+UsbMockDevice::UsbMockDevice(const DeviceConfig& config) : d(new State) {
+    d->hasSerial = config.serial != nullptr;
+    d->serial = d->hasSerial ? config.serial : "";
+}
 UsbMockDevice::~UsbMockDevice() {}
 
 void UsbMockDevice::queueIn(uint8_t ep, const Bytes& data, bool terminate) {
@@ -404,9 +391,6 @@ UsbMockDevice& UsbMockBus::addDevice(const DeviceConfig& config) {
     s.testbed = d->testbed;
     s.devNode = node;
     s.sysPath = std::string("/sys") + sys;
-    if (config.hasSerial)
-        s.config.strings[3] = config.serial;
-
     s.configDescriptor = !config.configDescriptor.empty()
                              ? config.configDescriptor
                              : Bytes{9, 2, 32,   0, 1, 1,    0, 0x80, 50, // one configuration,
@@ -417,16 +401,12 @@ UsbMockDevice& UsbMockBus::addDevice(const DeviceConfig& config) {
     dd = {18, 1, 0x00, 0x02, 0, 0, 0, 64}; // USB 2.0, 64-byte control packets
     for (uint16_t v : {config.vendorId, config.productId, uint16_t(0x0100)})
         dd.insert(dd.end(), {uint8_t(v), uint8_t(v >> 8)});
-    dd.insert(dd.end(),
-              {uint8_t(s.config.strings.count(1) ? 1 : 0),
-               uint8_t(s.config.strings.count(2) ? 2 : 0), uint8_t(config.hasSerial ? 3 : 0), 1});
-
+    dd.insert(dd.end(), {0, 0, uint8_t(s.hasSerial ? 3 : 0), 1}); // string 3: the serial
     // The handler must be in place before the device appears.
     s.handler = umockdev_ioctl_base_new();
     g_signal_connect_after(s.handler, "handle-ioctl", G_CALLBACK(UsbMockDevice::State::onIoctl),
                            &s);
     umockdev_testbed_attach_ioctl(d->testbed, node, s.handler, nullptr);
-
     snprintf(text, sizeof(text),
              "P: %s\nN: %s\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNAME=%s\n"
              "E: BUSNUM=001\nE: DEVNUM=%03d\nE: MAJOR=189\nE: MINOR=%d\n"
@@ -445,7 +425,6 @@ UsbMockDevice& UsbMockBus::addDevice(const DeviceConfig& config) {
         fprintf(stderr, "usbmock: cannot add %s: %s\n", node, err ? err->message : "?");
         g_clear_error(&err);
     }
-
     // Replace the plain-file node by a FIFO so that libusb's poll() sleeps.
     gchar* root = umockdev_testbed_get_root_dir(d->testbed);
     std::string path = std::string(root) + node;

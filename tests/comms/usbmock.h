@@ -30,12 +30,6 @@ struct Setup {
     Bytes bytes() const; // the eight bytes on the wire
 };
 
-struct ControlRequest {
-    Setup setup;
-    Bytes data; // OUT: the data stage received; IN: the reply sent
-    bool stalled;
-};
-
 // Data for an IN request (cut to wLength), nothing for an OUT request; or a
 // stall: {{}, true}.
 struct ControlReply {
@@ -47,36 +41,29 @@ typedef std::function<ControlReply(const Setup&, const Bytes& outData)> ControlH
 struct OutTransfer {
     uint8_t endpoint;
     Bytes data;
-    int status; // 0, or the negative errno it failed with
 };
 
 // What a device has seen so far.
 struct Records {
     std::vector<OutTransfer> outs;
-    std::vector<ControlRequest> controls;
-    std::map<uint8_t, std::vector<int>> ins; // IN buffer lengths asked for, by endpoint
-    std::vector<std::string> interfaces;     // "claim 0", "release 0", "alt 0 1"
+    std::vector<std::pair<Setup, bool>> controls; // with whether it was stalled
+    std::map<uint8_t, std::vector<int>> ins;      // IN buffer lengths asked for, by endpoint
+    std::vector<std::string> interfaces;          // "claim 0", "release 0", "alt 0 1"
 };
 
 struct DeviceConfig {
     uint16_t vendorId, productId;
-    std::string serial; // string 3; without hasSerial the device has none
-    bool hasSerial;
+    const char* serial; // string 3; null: none
     // The whole configuration descriptor; empty: one vendor interface 0 with
     // bulk endpoints 0x81 and 0x01.
     Bytes configDescriptor;
-    // String descriptors by index (1 and 2 become manufacturer and product).
-    std::map<uint8_t, std::string> strings;
-
-    DeviceConfig(uint16_t vid, uint16_t pid, const char* serialText)
-        : vendorId(vid), productId(pid), serial(serialText ? serialText : ""),
-          hasSerial(serialText != nullptr) {}
+    DeviceConfig(uint16_t vid, uint16_t pid, const char* sn)
+        : vendorId(vid), productId(pid), serial(sn) {}
 };
 
 class UsbMockDevice {
 public:
     ~UsbMockDevice();
-
     // The device sends `data` on `ep` as one transfer, ended by a short or
     // zero-length packet; with `terminate` false a whole number of packets
     // gets no zero-length end and the host's transfer stays open.
@@ -88,14 +75,12 @@ public:
     void overReportNextIn(uint8_t ep, int extra);
     void failClaim(int err); // claiming fails with errno `err`; 0 succeeds again
     void setControlHandler(ControlHandler handler);
-
     Records records() const;
     // Waits up to timeoutMs until an IN transfer is pending on `ep`.
     bool waitPendingIn(uint8_t ep, int timeoutMs) const;
     // Pending transfers end with -ENODEV, new requests fail with ENODEV, and
     // the device leaves the bus.
     void unplug();
-
     struct State;
 
 private:

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 
 static void PrintTo(const ZError& e, std::ostream* os) {
@@ -11,8 +10,7 @@ static void PrintTo(const ZError& e, std::ostream* os) {
 
 namespace {
 
-// A transport that records what it is asked to write and can be told to fail
-// on one call or to write short.
+// Records what it writes; fails on call `failOnCall`, or writes `shortBy` short.
 class RecordingComms : public ZComms {
 public:
     ZError write(const void* data, unsigned int len, unsigned int& written) override {
@@ -27,37 +25,24 @@ public:
         got = 0;
         return ZError();
     }
-
     int calls = 0, failOnCall = 0;
     unsigned int shortBy = 0;
     std::string out;
 };
 
-double secondsSince(std::chrono::steady_clock::time_point t0) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
-
 } // namespace
 
 TEST(ZComms, BaseBehaviour) {
     RecordingComms c;
-    EXPECT_FALSE(c.isConnected());
-    EXPECT_FALSE(c.packetMode());
     EXPECT_EQ(c.timeout(), 0xFFFFFFFFu);
     EXPECT_EQ(c.readAvailable() + c.writeAvailable() + c.byteRate(), 0u);
-    EXPECT_TRUE(c.name().isEmpty());
-    EXPECT_FALSE(c.init());
     EXPECT_FALSE(c.wait(2, 1000, 1));
     EXPECT_FALSE(c.connect("anything"));
     EXPECT_TRUE(c.isConnected());
     EXPECT_FALSE(c.disconnect());
     EXPECT_FALSE(c.isConnected());
-    EXPECT_FALSE(c.setTimeout(5000000));
-    EXPECT_EQ(c.timeout(), 5000000u);
-    for (bool on : {true, false}) {
-        EXPECT_EQ(c.setPacketMode(on), ZError(5, "Packet mode not supported"));
-        EXPECT_FALSE(c.packetMode());
-    }
+    EXPECT_EQ(c.setPacketMode(true), ZError(5, "Packet mode not supported"));
+    EXPECT_FALSE(c.packetMode());
 }
 
 TEST(ZComms, WriteChunks) {
@@ -66,37 +51,25 @@ TEST(ZComms, WriteChunks) {
     unsigned int written = 99;
     EXPECT_FALSE(ok.writeChunks(nullptr, 0, written));
     EXPECT_EQ(written, 0u);
-    EXPECT_EQ(ok.calls, 0);
     EXPECT_FALSE(ok.writeChunks(chunks, 3, written));
     EXPECT_EQ(written, 13u);
     EXPECT_EQ(ok.out, "headbody-tail");
-
     // The first error ends it; the first chunk stays written and counted.
     failing.failOnCall = 2;
     EXPECT_EQ(failing.writeChunks(chunks, 3, written), ZError(-5, "Input/output error"));
     EXPECT_EQ(written, 4u);
-    EXPECT_EQ(failing.calls, 2);
     EXPECT_EQ(failing.out, "head");
-
     // A short write of one chunk is not retried.
     shortWrites.shortBy = 1;
     EXPECT_FALSE(shortWrites.writeChunks(chunks, 3, written));
-    EXPECT_EQ(shortWrites.calls, 3);
     EXPECT_EQ(written, 10u);
     EXPECT_EQ(shortWrites.out, "heabodytai");
 }
 
-TEST(Delay, ZeroReturnsAtOnceShortDelaysSleepAndMillisecondsWrap) {
-    auto t0 = std::chrono::steady_clock::now();
+// 4294968 ms * 1000 is 704 us modulo 2^32: a product of more than 32 bits,
+// or none, would sleep for days and the test's time-out would end it.
+TEST(Delay, MillisecondsWrapAt32Bits) {
     delayMs(0);
     delayUs(0);
-    EXPECT_LT(secondsSince(t0), 0.1);
-    t0 = std::chrono::steady_clock::now();
-    delayUs(20000);
-    EXPECT_GE(secondsSince(t0), 0.020);
-    // 4294968 ms * 1000 = 4294968000, which is 704 us modulo 2^32; a product
-    // of more than 32 bits, or none, would sleep far longer.
-    t0 = std::chrono::steady_clock::now();
     delayMs(4294968);
-    EXPECT_LT(secondsSince(t0), 0.5);
 }

@@ -44,10 +44,16 @@ Bytes unhex(const char* hex) {
 
 // A reply header for id 7 with flags 0x8400.
 DnsBuilder reply(unsigned qd, unsigned an, unsigned ar) {
-    DnsBuilder b;
-    b.header(7, 0x8400, qd, an, 0, ar);
-    return b;
+    return DnsBuilder().header(7, 0x8400, qd, an, 0, ar);
 }
+
+// avahi-daemon 0.8's reply (captured in the namespace test) to a query with id
+// 7: PTR, TXT, SRV and A all answers, the SRV target "tavrotest" + pointer.
+const Bytes Avahi =
+    unhex("000784000001000400000000065f746176726f045f746370056c6f63616c00000c8001c00c000c0001000000"
+          "0a00120f546176726f207465737420756e6974c00cc02f001000010000000a00111073657269616c3d543430"
+          "302d30303432c02f002100010000000a0012000000009da609746176726f74657374c018c070000100010000"
+          "000a00047f000001");
 
 Bytes patch(Bytes v, size_t at, std::initializer_list<uint8_t> with) {
     for (uint8_t b : with)
@@ -62,10 +68,6 @@ TEST(MdnsQuery, ImageByteForByte) {
     mdnsBuildQuery(1, q);
     EXPECT_EQ(Bytes(q, q + MdnsQuerySize),
               unhex("000100000001000000000000065f746176726f045f746370056c6f63616c00000c8001"));
-    mdnsBuildQuery(0xBEEF, q);
-    EXPECT_EQ(q[0], 0xBE);
-    EXPECT_EQ(q[1], 0xEF);
-    EXPECT_EQ(ZMdns().counter(), 0u);
 }
 
 TEST(MdnsNames, ReadersOnGoodAndBrokenNames) {
@@ -151,14 +153,7 @@ TEST(MdnsParse, AcceptedReplies) {
               "c02f0010800100001194000c0b73657269616c3d30303432"
               // 120: A additional -> 78 (the host): 192.168.1.42
               "c04e00018001000000780004c0a8012a");
-    // avahi-daemon 0.8's reply (captured in the namespace test) to a query with id 7.
-    const Bytes avahi = unhex(
-        "000784000001000400000000065f746176726f045f746370056c6f63616c00000c8001c00c000c0001000000"
-        "0a00120f546176726f207465737420756e6974c00cc02f001000010000000a00111073657269616c3d543430"
-        "302d30303432c02f002100010000000a0012000000009da609746176726f74657374c018c070000100010000"
-        "000a00047f000001");
     EXPECT_EQ(unit, mdnstest::unitReply(7));
-    EXPECT_EQ(avahi, mdnstest::avahiStyleReply(7, mdnstest::avahiUnit()));
     DnsBuilder both = reply(1, 3, 3).question(); // answers TXT, A, SRV; additionals TXT, SRV, NSEC
     both.record(12, 16).label("a1").label("ignored").end().record(12, 1).u32(0x01020304).end();
     both.record(12, 33).u16(0).u16(0).u16(1111).name({"first", "local"}).end();
@@ -176,7 +171,7 @@ TEST(MdnsParse, AcceptedReplies) {
         const char* found;
     } cases[] = {
         {"unit", unit, "192.168.1.42:40358 tavro-0042.local. serial=0042"},
-        {"avahi", avahi, "127.0.0.1:40358 tavrotest.local. serial=T400-0042"},
+        {"avahi", Avahi, "127.0.0.1:40358 tavrotest.local. serial=T400-0042"},
         {"later records win, texts add up", both.bytes, "1.2.3.4:2222 second.local. a1,b1"},
         {"additional SRV target", srv.bytes, "10.0.0.1:1234 host.local.host. "},
         {"TXT only", reply(1, 0, 1).question().record(12, 16).label("t").end().bytes,
@@ -281,7 +276,7 @@ TEST(MdnsParse, RecordContentMustFitItsData) {
 }
 
 TEST(MdnsParse, EveryTruncationIsRefused) {
-    for (const Bytes& full : {mdnstest::unitReply(7), mdnstest::avahiStyleReply(7)}) {
+    for (const Bytes& full : {mdnstest::unitReply(7), Avahi}) {
         for (size_t n = 0; n < full.size(); n++) {
             ZMdnsService s;
             EXPECT_EQ(parse(Bytes(full.begin(), full.begin() + long(n)), s), Malformed) << n;

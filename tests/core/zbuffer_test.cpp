@@ -81,36 +81,24 @@ const PopKind kPops[] = {{"uint8", 1, popOne<uint8_t>},
 
 } // namespace
 
-TEST(BswapCopy, FormatsByteImages) {
+TEST(BswapCopy, FormatsByteImagesAlsoInPlace) {
     Bytes s8 = seq(8), d(8);
     bswap_copy(0, s8.data(), d.data(), 8, "8"); // swap 0: a plain copy
     EXPECT_EQ(d, s8);
-    for (const char* f : {"1", "x", ""})
-        EXPECT_EQ(swapped(s8, f), s8) << '"' << f << '"';
     EXPECT_EQ(swapped(s8, "2"), (Bytes{2, 1, 4, 3, 6, 5, 8, 7}));
     EXPECT_EQ(swapped(s8, "4"), (Bytes{4, 3, 2, 1, 8, 7, 6, 5}));
-    EXPECT_EQ(swapped(seq(16), "8"),
-              (Bytes{8, 7, 6, 5, 4, 3, 2, 1, 16, 15, 14, 13, 12, 11, 10, 9}));
     // Several characters: one record, repeated until n bytes.
     EXPECT_EQ(swapped(seq(12), "24"), (Bytes{2, 1, 6, 5, 4, 3, 8, 7, 12, 11, 10, 9}));
-    EXPECT_EQ(swapped(seq(10), "14"), (Bytes{1, 5, 4, 3, 2, 6, 10, 9, 8, 7}));
     EXPECT_EQ(swapped(seq(30), "1248"),
               (Bytes{1,  3,  2,  7,  6,  5,  4,  15, 14, 13, 12, 11, 10, 9,  8,
                      16, 18, 17, 22, 21, 20, 19, 30, 29, 28, 27, 26, 25, 24, 23}));
     // An element that would run past n stays as it is, and nothing past n is written.
     d.assign(8, 0xEE);
-    bswap_copy(1, s8.data(), d.data(), 7, "4");
-    EXPECT_EQ(d, (Bytes{4, 3, 2, 1, 5, 6, 7, 0xEE}));
-    d.assign(8, 0xEE);
     bswap_copy(1, s8.data(), d.data(), 5, "24");
     EXPECT_EQ(d, (Bytes{2, 1, 3, 4, 5, 0xEE, 0xEE, 0xEE}));
-}
-
-TEST(BswapCopy, AgreesWithReferenceForManySizesAndFormatsAlsoInPlace) {
     for (uint32_t n = 0; n < 140; n++) {
         Bytes s = seq(int(n));
-        for (const char* f :
-             {"1", "2", "4", "8", "24", "42", "1248", "8421", "814", "2222", "x4"}) {
+        for (const char* f : {"1", "x", "", "8", "24", "42", "1248", "8421", "814", "x4"}) {
             Bytes want = referenceSwap(s, f), inPlace = s;
             ASSERT_EQ(swapped(s, f), want) << f << " n=" << n;
             bswap_copy(1, inPlace.data(), inPlace.data(), n, f);
@@ -119,12 +107,9 @@ TEST(BswapCopy, AgreesWithReferenceForManySizesAndFormatsAlsoInPlace) {
     }
 }
 
-TEST(ZBuffer, AllocationRoundedTo256ZeroFillAndOutOfMemory) {
-    ZBufferStore st(300, 0);
-    EXPECT_EQ(st.size(), 300u);
-    EXPECT_EQ(st.allocSize(), 512u);
+TEST(ZBuffer, AllocationSetDataWriteDataAndCopies) {
+    EXPECT_EQ(ZBufferStore(300, 0).allocSize(), 512u);
     ZBuffer b;
-    EXPECT_EQ(b.allocSize(), 0u);
     // {size, allocation}: growing and shrinking.
     const uint32_t steps[][2] = {{1, 256}, {256, 256}, {257, 512}, {1000, 1024}, {10, 256}, {0, 0}};
     for (auto& s : steps) {
@@ -132,23 +117,17 @@ TEST(ZBuffer, AllocationRoundedTo256ZeroFillAndOutOfMemory) {
         EXPECT_EQ(b.size(), s[0]);
         EXPECT_EQ(b.allocSize(), s[1]) << s[0];
     }
+    auto text = [](const ZBuffer& x) { return std::string((const char*)x.data(), x.size()); };
     b.setData("hello", 5);
     b.setSize(600); // the old bytes kept, the new ones zero
-    EXPECT_EQ(std::string((const char*)b.data(), 600), "hello" + std::string(595, '\0'));
+    EXPECT_EQ(text(b), "hello" + std::string(595, '\0'));
     EXPECT_EQ(b.setSize(0xFFFFFFFFu), 1); // out of memory: left empty
     EXPECT_EQ(b.size() + b.allocSize(), 0u);
     EXPECT_EQ(b.data(), nullptr);
-}
-
-TEST(ZBuffer, SetDataWriteDataAndCopies) {
-    ZBuffer b;
-    auto text = [](const ZBuffer& x) { return std::string((const char*)x.data(), x.size()); };
     EXPECT_EQ(b.setData("abcdef", 6), 0);
-    EXPECT_EQ(b.allocSize(), 256u);
     EXPECT_EQ(b.writeData(4, "XYZ", 3), 0); // grows
     EXPECT_EQ(b.writeData(1, "--", 2), 0);  // inside
-    EXPECT_EQ(text(b), "a--dXYZ");
-    EXPECT_EQ(b.writeData(9, "!", 1), 0); // past the end: the gap is zero
+    EXPECT_EQ(b.writeData(9, "!", 1), 0);   // past the end: the gap is zero
     EXPECT_EQ(text(b), std::string("a--dXYZ\0\0!", 10));
     ZBuffer c(b), d;
     d = c;
@@ -229,12 +208,10 @@ TEST(ZBufferStore, PushCutsOffAfterSetPosZeroFillsGapsAndGrowsBy256) {
     EXPECT_EQ(st.pop(a) + st.pop(b) + st.pop(gap) + st.pop(c), 0);
     EXPECT_EQ(std::make_tuple(a, b, gap, c), std::make_tuple(0x11111111u, 9, 0, 0xAB));
     EXPECT_EQ(st.pop(c), 1);
-
     ZBufferStore many;
     for (uint32_t i = 0; i < 100000; i++) {
         ASSERT_EQ(many.push(i), 0);
         ASSERT_EQ(many.allocSize() % 256u, 0u);
-        ASSERT_GE(many.allocSize(), many.size());
     }
     std::vector<uint32_t> want(100000);
     std::iota(want.begin(), want.end(), 0u);
@@ -249,16 +226,12 @@ TEST(ZBufferStore, ShortPopsReturnOneAndLeavePos) {
             EXPECT_EQ(rc, have < k.need ? 1 : 0) << k.name << " from " << have << " bytes";
             EXPECT_EQ(st.getPos(), rc ? 0u : have) << k.name << " from " << have << " bytes";
         }
-        ZBufferStore past(16);
-        past.setPos(100);
-        EXPECT_EQ(k.pop(past), 1) << k.name;
-        EXPECT_EQ(past.getPos(), 100u) << k.name;
     }
 }
 
 TEST(ZBufferStore, HostileLengthsAndRandomBytesNeverReadOutOfBounds) {
     // Lengths past the data, down to one byte short: refused, pos and the value kept.
-    for (uint32_t n : {0xFFFFFFFFu, 0x80000000u, 0x7FFFFFFFu, 1000000u, 5u}) {
+    for (uint32_t n : {0xFFFFFFFFu, 0x80000000u, 0x7FFFFFFFu, 5u}) {
         ZBufferStore st;
         st.push(n);
         st.push(4, "AAAA"); // 4 bytes of text, no NUL
@@ -280,7 +253,6 @@ TEST(ZBufferStore, HostileLengthsAndRandomBytesNeverReadOutOfBounds) {
     EXPECT_EQ(st.getPos(), 8u);
     EXPECT_EQ(st.pop(s), 0);
     EXPECT_TRUE(s.isEmpty());
-
     // Every kind of pop from every position of random bytes (half of them zero, so that some
     // lengths fit): a failed pop leaves pos, a good one stays inside the data.
     uint32_t seed = 12345;
@@ -320,27 +292,25 @@ TEST(ZBufferStore, RawBlocksConvertedByFormat) {
 }
 
 TEST(ZBufferStore, HexTextRoundTripAndRefusals) {
-    ZBufferStore st, back, all;
-    st.push(4, "\x00\xAB\x5F\xFF");
-    EXPECT_STREQ(st.getHexString().retStr(), "00AB5FFF");
+    ZBufferStore st, back;
+    for (int i = 0; i < 256; i++)
+        st.push(uint8_t(i));
+    ZString hex = st.getHexString();
+    EXPECT_EQ(hex.len(), 512);
+    EXPECT_STREQ(hex.subString(0, 6).retStr(), "000102");
+    EXPECT_STREQ(hex.subString(0xAB * 2, 6).retStr(), "ABACAD");
     back.setPos(7);
-    EXPECT_EQ(back.setHexString("00AB5FFF"), 0);
+    EXPECT_EQ(back.setHexString(hex), 0);
     EXPECT_EQ(back.getPos(), 0u);
     EXPECT_EQ(bytes(back), bytes(st));
-    for (int i = 0; i < 256; i++)
-        all.push(uint8_t(i));
-    ZString hex = all.getHexString();
-    EXPECT_EQ(hex.len(), 512);
-    EXPECT_EQ(back.setHexString(hex), 0);
-    EXPECT_EQ(bytes(back), bytes(all));
     EXPECT_EQ(back.setHexString(""), 0);
     EXPECT_EQ(back.size(), 0u);
-    EXPECT_STREQ(back.getHexString().retStr(), "");
     // Refused texts change nothing.
-    st.setPos(1);
+    back.setHexString("00AB5FFF");
+    back.setPos(1);
     for (const char* bad : {"0", "123", "0g", "ab", "0x12", "12 3", "1-"}) {
-        EXPECT_EQ(st.setHexString(bad), 1) << bad;
-        EXPECT_STREQ(st.getHexString().retStr(), "00AB5FFF") << bad;
-        EXPECT_EQ(st.getPos(), 1u) << bad;
+        EXPECT_EQ(back.setHexString(bad), 1) << bad;
+        EXPECT_STREQ(back.getHexString().retStr(), "00AB5FFF") << bad;
+        EXPECT_EQ(back.getPos(), 1u) << bad;
     }
 }

@@ -8,7 +8,6 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -79,20 +78,16 @@ TEST(ZFile, OpenAdoptWriteReadAndClose) {
               sys(ENOENT, "Cannot open file: /nonexistent-dir/x.txt: "));
     EXPECT_TRUE(!f.isOpen() && f.isEnd() && f.getFd() == -1);
     EXPECT_EQ(f.close().number, 0); // closing a closed file succeeds
-
     TempDir d;
     int fds = openFds();
     ASSERT_EQ(f.open((d / "a").c_str(), "w").number, 0);
     EXPECT_EQ(str(f.fileName()), d / "a");
-    EXPECT_EQ(openFds(), fds + 1);
     EXPECT_EQ(f.writeString("hello "), 6);
     EXPECT_EQ(f.printf("%d-%s\n", 42, "x"), 5);
     EXPECT_EQ(f.write("zz", 2), 2u);
-    EXPECT_EQ(f.position(), 13);
     EXPECT_EQ(f.length(), 13); // flushed before fstat
     EXPECT_EQ(f.close().number, 0);
     EXPECT_EQ(readText(d / "a"), "hello 42-x\nzz");
-
     ASSERT_EQ(f.open((d / "a").c_str(), "r").number, 0);
     char buf[32];
     ASSERT_NE(f.fgets(buf, sizeof(buf)), nullptr);
@@ -100,83 +95,55 @@ TEST(ZFile, OpenAdoptWriteReadAndClose) {
     EXPECT_EQ(f.seek(6), 0);
     EXPECT_EQ(f.read(buf, 4), 4u);
     EXPECT_EQ(std::string(buf, 4), "42-x");
-    EXPECT_FALSE(f.isEnd());
     EXPECT_EQ(f.read(buf, sizeof(buf)), 3u);
     EXPECT_TRUE(f.isEnd());
-
     ZFile moved(std::move(f));
-    f = std::move(moved);
-    EXPECT_TRUE(f.isOpen() && !moved.isOpen());
+    EXPECT_TRUE(moved.isOpen() && !f.isOpen());
     {
         ZFile g; // the destructor closes and writes out
         ASSERT_EQ(g.open((d / "g").c_str(), "w").number, 0);
         g.writeString("abc");
     }
     EXPECT_EQ(readText(d / "g"), "abc");
-
-    // Adopted streams and descriptors.
-    FILE* s = fopen((d / "s").c_str(), "w");
-    ASSERT_EQ(f.open(s).number, 0);
-    f.writeString("s");
-    EXPECT_EQ(f.close().number, 0);
-    EXPECT_EQ(readText(d / "s"), "s");
     EXPECT_EQ(f.open(static_cast<FILE*>(nullptr)).number, -EINVAL);
-    EXPECT_FALSE(f.isOpen());
     EXPECT_EQ(err(f.open(-1, "r")), sys(EBADF, "Cannot open file descriptor: -1: "));
-
     // The descriptor pulled away: the flush inside fclose fails, the stream is forgotten.
     int fd = ::open((d / "x").c_str(), O_CREAT | O_WRONLY, 0600);
     ASSERT_EQ(f.open(fd, "w").number, 0);
-    EXPECT_EQ(f.getFd(), fd);
     f.writeString("pending bytes");
     ::close(fd);
     EXPECT_EQ(err(f.close()), sys(EBADF));
     EXPECT_FALSE(f.isOpen());
     EXPECT_EQ(f.close().number, 0);
+    moved.close();
     EXPECT_EQ(openFds(), fds);
 }
 
-TEST(ZFile, ReadStringKeepsLineEndAndStopsAt10240) {
+TEST(ZFile, ReadStringTruncateAndFlush) {
     TempDir d;
-    writeText(d / "l", "ab\r\nc\n\n" + std::string(25000, 'q') + "\nlast");
+    writeText(d / "l", "ab\r\nc\n" + std::string(25000, 'q') + "\nlast");
     ZFile f;
     ASSERT_EQ(f.open((d / "l").c_str(), "r").number, 0);
     ZString s;
-    for (const char* line : {"ab\r\n", "c\n", "\n"}) {
+    for (const char* line : {"ab\r\n", "c\n"}) {
         EXPECT_EQ(f.readString(s), int(strlen(line)));
         EXPECT_EQ(str(s), line);
     }
-    for (int n : {10240, 10240, 25000 - 20480 + 1})
+    for (int n : {10240, 10240, 25000 - 20480 + 1}) // at most 10240 at a time
         EXPECT_EQ(f.readString(s), n);
-    EXPECT_EQ(s[s.len() - 1], '\n');
     EXPECT_EQ(f.readString(s), 4);
     EXPECT_EQ(str(s), "last");
     EXPECT_EQ(f.readString(s), 0);
     EXPECT_EQ(s.len(), 0);
-    EXPECT_EQ(f.readString(s), 0);
-    ZFile closed;
-    EXPECT_EQ(closed.readString(s), 0);
-}
-
-TEST(ZFile, FlushTruncateAndSetVBuf) {
-    TempDir d;
-    ZFile f;
+    EXPECT_EQ(err(f.truncate()), sys(EINVAL)); // read-only descriptor
     ASSERT_EQ(f.open((d / "t").c_str(), "w+").number, 0);
     f.writeString("hello world");
     EXPECT_EQ(f.seek(5), 0);
     EXPECT_EQ(f.truncate().number, 0);
     EXPECT_EQ(f.length(), 5);
-    f.close();
-    EXPECT_EQ(readText(d / "t"), "hello");
-    ASSERT_EQ(f.open((d / "t").c_str(), "r").number, 0);
-    EXPECT_EQ(err(f.truncate()), sys(EINVAL)); // read-only descriptor
-    EXPECT_EQ(f.flush().number, 0);
-
-    ASSERT_EQ(f.open((d / "u").c_str(), "w").number, 0);
     EXPECT_EQ(f.setVBuf(nullptr, _IONBF, 0), 0);
-    f.writeString("now");
-    EXPECT_EQ(readText(d / "u"), "now"); // on disk without a flush
-
+    f.writeString("!");
+    EXPECT_EQ(readText(d / "t"), "hello!"); // on disk without a flush
     if (f.open("/dev/full", "w").number)
         GTEST_SKIP() << "no /dev/full";
     f.writeString("data");
@@ -219,7 +186,6 @@ TEST(ZDir, WildcardSortAndStat) {
     for (const char* n : {"b.csv", "a.csv", "c.txt", "d.csv.bak", "e.CSV"})
         writeText(d / n, n);
     fs::create_directories(d / "sub.csv");
-
     ZDir dir;
     dir.setSort(1);
     EXPECT_EQ(dir.setWild("*.csv").number, 0); // no path yet: nothing read
@@ -234,25 +200,15 @@ TEST(ZDir, WildcardSortAndStat) {
     st = dir.entryStat(dir.first());
     EXPECT_EQ(err(dir.error()), sys(ENOENT));
     EXPECT_EQ(st.st_size, 0);
-
     // Reads again; ".." matches "?.*" and is kept like any other name.
     ASSERT_EQ(dir.setWild("?.*").number, 0);
     EXPECT_EQ(names(dir), (Names{"..", "b.csv", "c.txt", "d.csv.bak", "e.CSV"}));
-
     ZDir all(d.path.c_str());
-    EXPECT_EQ(all.error().number, 0);
-    Names v = names(all), sorted{".", "..", "b.csv", "c.txt", "d.csv.bak", "e.CSV", "sub.csv"};
-    std::sort(v.begin(), v.end());
-    EXPECT_EQ(v, sorted);
     all.setSort(1);
     ASSERT_EQ(all.read().number, 0);
-    EXPECT_EQ(names(all), sorted);
-    all.clear();
-    EXPECT_EQ(all.number(), 0);
-
+    EXPECT_EQ(names(all), (Names{".", "..", "b.csv", "c.txt", "d.csv.bak", "e.CSV", "sub.csv"}));
     EXPECT_EQ(err(dir.open("/nonexistent-dir")),
               sys(ENOENT, "Cannot read directory: /nonexistent-dir: "));
-    EXPECT_EQ(dir.error().number, -ENOENT);
     EXPECT_EQ(dir.number(), 0);
 }
 
@@ -282,57 +238,42 @@ TEST(ZDir, ConcurrentFilteredReads) {
     EXPECT_EQ(bad.load(), 0);
 }
 
-TEST(ZCopy, File) {
+TEST(ZCopy, FileAndDir) {
     TempDir d;
     std::string data;
     for (int i = 0; i < 30000; i++)
         data += char('a' + i % 26);
-    writeText(d / "src", data);
-    writeText(d / "empty", "");
+    fs::create_directories(d / "src/sub");
+    writeText(d / "src/big", data);
+    writeText(d / "src/a.txt", "alpha");
     int fds = openFds();
-    EXPECT_EQ(zcopyFile((d / "src").c_str(), (d / "dst").c_str()).number, 0);
-    EXPECT_EQ(readText(d / "dst"), data);
-    EXPECT_EQ(zcopyFile((d / "empty").c_str(), (d / "dst2").c_str()).number, 0);
-    EXPECT_TRUE(fs::exists(d / "dst2") && fs::file_size(d / "dst2") == 0);
+    EXPECT_EQ(zcopyFile((d / "src/big").c_str(), (d / "big").c_str()).number, 0);
+    EXPECT_EQ(readText(d / "big"), data);
     // Open failures come back as from ZFile::open.
     EXPECT_EQ(err(zcopyFile((d / "missing").c_str(), (d / "x").c_str())),
               sys(ENOENT, "Cannot open file: " + (d / "missing") + ": "));
-    EXPECT_EQ(err(zcopyFile((d / "src").c_str(), (d / "no/x").c_str())),
+    EXPECT_EQ(err(zcopyFile((d / "big").c_str(), (d / "no/x").c_str())),
               sys(ENOENT, "Cannot open file: " + (d / "no/x") + ": "));
-    EXPECT_EQ(openFds(), fds);
-
-    if (access("/dev/full", W_OK) != 0)
-        GTEST_SKIP() << "no /dev/full";
-    // Large: the short write happens inside the copy loop. Small: the bytes
-    // sit in the stream's buffer until the destination closes.
-    writeText(d / "small", "abc");
-    for (const char* from : {"src", "small"})
-        EXPECT_EQ(err(zcopyFile((d / from).c_str(), "/dev/full")),
-                  "1: File write error: " + std::string(strerror(ENOSPC)) + "\n")
-            << from;
-    EXPECT_EQ(openFds(), fds);
-}
-
-TEST(ZCopy, Dir) {
-    TempDir d;
-    fs::create_directories(d / "src/sub");
-    writeText(d / "src/a.txt", "alpha");
-    writeText(d / "src/b.csv", std::string(20000, 'b'));
-    writeText(d / "src/sub/deep.txt", "deep");
-    int fds = openFds();
     ASSERT_EQ(zcopyDir((d / "src").c_str(), (d / "dst").c_str()).number, 0);
-    EXPECT_TRUE(fs::is_directory(d / "dst"));
     EXPECT_EQ(readText(d / "dst/a.txt"), "alpha");
-    EXPECT_EQ(readText(d / "dst/b.csv"), std::string(20000, 'b'));
+    EXPECT_EQ(readText(d / "dst/big"), data);
     // No recursion: the subdirectory becomes an empty file (its read fails with EISDIR).
     EXPECT_TRUE(fs::is_regular_file(d / "dst/sub") && fs::file_size(d / "dst/sub") == 0);
-    EXPECT_EQ(openFds(), fds);
     writeText(d / "src/a.txt", "again"); // into an existing destination, overwriting
     ASSERT_EQ(zcopyDir((d / "src").c_str(), (d / "dst").c_str()).number, 0);
     EXPECT_EQ(readText(d / "dst/a.txt"), "again");
-
     EXPECT_EQ(zcopyDir((d / "missing").c_str(), (d / "dst3").c_str()).number, -ENOENT);
     EXPECT_FALSE(fs::exists(d / "dst3"));
     EXPECT_EQ(err(zcopyDir((d / "src").c_str(), (d / "no/such/dst").c_str())),
               sys(ENOENT, "Cannot create directory: " + (d / "no/such/dst") + ": "));
+    EXPECT_EQ(openFds(), fds);
+    if (access("/dev/full", W_OK) != 0)
+        GTEST_SKIP() << "no /dev/full";
+    // Large: the short write happens inside the copy loop. Small: the bytes
+    // sit in the stream's buffer until the destination closes.
+    for (const char* from : {"big", "src/a.txt"})
+        EXPECT_EQ(err(zcopyFile((d / from).c_str(), "/dev/full")),
+                  "1: File write error: " + std::string(strerror(ENOSPC)) + "\n")
+            << from;
+    EXPECT_EQ(openFds(), fds);
 }

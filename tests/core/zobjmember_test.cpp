@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstddef>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -96,21 +95,17 @@ TEST(ZObjMemberTable, EveryTypeCodeNestedAndEmpty) {
     EXPECT_EQ(s(toZString("ignored", recMembers, &r)), recText);
     EXPECT_EQ(s(toZStringJson("", recMembers, &r)), recJson);
     EXPECT_EQ(s(toZStringJson("rec", recMembers, &r)), "\"rec\":" + recJson);
-
     RecObj o;
     EXPECT_EQ(s(toZString("", o)), "200, 7, ab");
     EXPECT_EQ(s(toZStringJson("o", o)),
               "\"o\":{ \"rec.u8\":200, \"rec.obj\":{ \"x\":7, \"tag\":\"ab\"}}");
-
     const ZObjMember empty[] = {END};
-    EXPECT_EQ(s(toZStringJson("", empty, &r)), "{ }");
     EXPECT_EQ(s(toZStringJson("e", empty, &r)), "\"e\":{ }");
     EXPECT_EQ(s(toZString("", empty, &r)), "");
     EXPECT_EQ(s(toZStringJson("", nullptr, nullptr)), "{ }");
     EXPECT_EQ(s(toZString("", nullptr, nullptr)), "");
     ZObj plain; // the default table is empty
     EXPECT_EQ(s(toZStringJson("", plain)), "{ }");
-    EXPECT_EQ(s(toZString("", plain)), "");
 }
 
 TEST(ZObjMemberTable, FloatNanAndInfinity) {
@@ -139,9 +134,7 @@ TEST(ZObjMemberTable, ExclusionKeepsSeparatorCountedByEntries) {
     Rec r;
     ZList<ZString> first{"flag"};
     EXPECT_EQ(s(toZString("", recMembers, &r, first)), recText.substr(1));
-    EXPECT_EQ(s(toZStringJson("", recMembers, &r, first)), "{ , " + recJson.substr(12));
-    EXPECT_EQ(s(toZStringJson("n", recMembers, &r, first)).substr(0, 8), "\"n\":{ , ");
-
+    EXPECT_EQ(s(toZStringJson("n", recMembers, &r, first)), "\"n\":{ , " + recJson.substr(12));
     // Excluded members elsewhere leave no trace.
     ZList<ZString> mid{"i8", "u8", "unk"};
     std::string text = s(toZString("", recMembers, &r, mid));
@@ -162,16 +155,12 @@ TEST(ZObjMemberTable, ArraysCharsAndTimeBytes) {
     const ZObjMember m[] = {MEMBER(R, Char, Single, single, 1),
                             {ZObjType::Char, 1, offsetof(R, kind1), 4, "Char", "kind1"},
                             MEMBER(R, Time, Single, time0, 1),
-                            MEMBER(R, Enum, Array, kind1, 4),
                             MEMBER(R, Bool, Single, flag, 1),
-                            MEMBER(R, TimeUs, Array, kind1, 1),
                             END};
     // A NUL character writes nothing; kind 1 counts as an array; bool is "%d" of the byte.
-    EXPECT_EQ(s(toZString("", m, &r)), ", Error, , Error, 2, Error");
-    EXPECT_EQ(s(toZStringJson("", m, &r)),
-              "{ \"single\":\"\", \"kind1\":\"ERROR\", \"time0\":\"1970-01-01T00:04:16\", "
-              "\"kind1\":\"ERROR\", \"flag\":2, \"kind1\":\"ERROR\"}");
-
+    EXPECT_EQ(s(toZString("", m, &r)), ", Error, , 2");
+    EXPECT_EQ(s(toZStringJson("", m, &r)), "{ \"single\":\"\", \"kind1\":\"ERROR\", "
+                                           "\"time0\":\"1970-01-01T00:04:16\", \"flag\":2}");
     // Records from a unit need not terminate their char arrays: the text
     // stops at `number` bytes.
     struct Two {
@@ -193,6 +182,7 @@ void scalar(const T& v, const std::string& json, const std::string& text) {
 } // namespace
 
 TEST(ZObjMemberScalar, JsonAndTextForms) {
+    // One of each overload.
     scalar(5, "5", "5");
     scalar(true, "1", "1");
     scalar('c', "\"c\"", "c");
@@ -203,11 +193,10 @@ TEST(ZObjMemberScalar, JsonAndTextForms) {
     scalar(4000000000u, "4000000000", "4000000000");
     scalar(int64_t(-5000000000), "-5000000000", "-5000000000");
     scalar(-5000000000ll, "-5000000000", "-5000000000");
+    scalar(7ull, "7ld", "7d");
     // uint64: text "%lud" = the number and "d"; JSON "%uld" = the low 32 bits and "ld".
-    scalar(uint64_t(0), "0ld", "0d");
     scalar(uint64_t(0x100000005ull), "5ld", "4294967301d");
     scalar(UINT64_MAX, "4294967295ld", "18446744073709551615d");
-    scalar(7ull, "7ld", "7d");
     scalar(1.5f, "1.500000e+00", "1.500000e+00");
     scalar(-0.25, "-2.500000e-01", "-2.500000e-01");
     scalar(std::nanf(""), "\"NAN\"", "nan");
@@ -220,41 +209,19 @@ TEST(ZObjMemberScalar, JsonAndTextForms) {
     // A ZTime value gives its "iso" text (the first-byte quirk is the table's alone).
     scalar(ZTime(1700000065u), "\"2023-11-14T22:14:25\"", "2023-11-14T22:14:25");
     scalar(Nested(), "{ \"x\":7, \"tag\":\"ab\"}", "7, ab");
-
     // A ZError without a name still writes a key, an empty one.
     ZError e(3, "Timeout");
     EXPECT_EQ(s(toZStringJson("", e)), "\"\":{\"number\":3,\"string\":\"Timeout\"}");
     EXPECT_EQ(s(toZStringJson("err", e)), "\"err\":{\"number\":3,\"string\":\"Timeout\"}");
-    EXPECT_EQ(s(toZStringJson("", ZError())), "\"\":{\"number\":0,\"string\":\"\"}");
     EXPECT_EQ(s(toZString("ignored", e)), "3, Timeout");
-    EXPECT_EQ(s(toZString("", ZError(-110, "Connection timed out"))), "-110, Connection timed out");
-}
-
-// Next to the plain toZString(value, ZString& out) of zstringlist.h: a
-// non-const ZString lvalue as second argument selects that plain form; const
-// values, temporaries and texts select the name-first form. Pointers other
-// than texts do not turn into bool: they do not compile.
-namespace {
-template <class T, class = void>
-struct Callable : std::false_type {};
-template <class T>
-struct Callable<T, std::void_t<decltype(toZStringJson(ZString(), std::declval<T>())),
-                               decltype(toZString(ZString(), std::declval<T>()))>>
-    : std::true_type {};
-} // namespace
-static_assert(Callable<const char*>::value && Callable<char*>::value && !Callable<int*>::value &&
-                  !Callable<const ZObjMember*>::value && !Callable<void*>::value,
-              "texts only among pointers");
-
-TEST(ZObjMemberOverloads, WhichToZStringRuns) {
+    // A non-const ZString lvalue as second argument selects the plain
+    // toZString(value, ZString& out) of zstringlist.h; const values,
+    // temporaries and texts select the name-first form.
     ZString v = "old";
-    toZString(ZString("k"), v); // plain form: v is the output
+    toZString(ZString("k"), v);
     EXPECT_EQ(s(v), "k");
-    toZString(42, v);
-    EXPECT_EQ(s(v), "42");
-    EXPECT_EQ(s(toZString(ZString("k"), std::as_const(v))), "42");
+    EXPECT_EQ(s(toZString(ZString("k"), std::as_const(v))), "k");
     EXPECT_EQ(s(toZString("k", ZString("tmp"))), "tmp");
-    EXPECT_EQ(s(toZString("k", 42)), "42");
 }
 
 TEST(ZObjMemberJsonReader, FlatAndForgiving) {
@@ -269,15 +236,12 @@ TEST(ZObjMemberJsonReader, FlatAndForgiving) {
                  // An embedded quote is written unescaped and not read back faithfully.
                  {"{ \"k\":\"say \"hi\"\"}", {{"k", "say \"hi"}}},
                  {"", {}},
-                 {"{ }", {}},
                  {"garbage", {{"garbage", ""}}}};
     for (const auto& c : cases) {
         ZDict<ZString> d;
         EXPECT_EQ(toZDictStringFromJson(c.json, d).number, 0);
         EXPECT_EQ(items(d), c.want) << c.json;
     }
-    EXPECT_EQ(s(toZStringJson("k", ZString("say \"hi\""))), "\"k\":\"say \"hi\"\"");
-
     // Entries already there are kept; nested objects are cut at the first comma.
     Rec r;
     ZDict<ZString> d;
@@ -287,5 +251,4 @@ TEST(ZObjMemberJsonReader, FlatAndForgiving) {
     EXPECT_EQ(s(d.value("t")), "2023-11-14T22:14:25");
     EXPECT_EQ(s(d.value("err")), "{\"number\":3");
     EXPECT_EQ(s(d.value("obj")), "{ \"x\":7");
-    EXPECT_EQ(s(d.value("arr")), "ERROR");
 }

@@ -34,9 +34,7 @@ TEST(ZMutex, NormalRecursiveAndTimedLock) {
     EXPECT_EQ(normal.tryLock(), EBUSY); // not recursive: the owner is refused too
     // The time-out is an absolute moment in 1970, so a held mutex refuses at
     // once even when asked to wait ten seconds; a free one is taken.
-    std::thread([&] {
-        EXPECT_LT(usTaken([&] { EXPECT_EQ(normal.timedLock(10000000), ETIMEDOUT); }), 5000000);
-    }).join();
+    std::thread([&] { EXPECT_EQ(normal.timedLock(10000000), ETIMEDOUT); }).join();
     EXPECT_EQ(normal.unlock(), 0);
     EXPECT_EQ(normal.timedLock(10000000), 0);
     normal.unlock();
@@ -45,13 +43,9 @@ TEST(ZMutex, NormalRecursiveAndTimedLock) {
         std::thread([&] { EXPECT_EQ(normal.tryLock(), EBUSY); }).join();
     }
     EXPECT_EQ(normal.tryLock() || normal.unlock(), 0);
-
-    EXPECT_EQ(recursive.lock(), 0);
-    EXPECT_EQ(recursive.lock(), 0);
-    EXPECT_EQ(recursive.tryLock(), 0);
-    EXPECT_EQ(recursive.timedLock(1000), 0);
+    EXPECT_EQ(recursive.lock() || recursive.tryLock() || recursive.timedLock(1000), 0);
     std::thread([&] { EXPECT_EQ(recursive.tryLock(), EBUSY); }).join();
-    for (int i = 0; i < 4; i++)
+    for (int i = 0; i < 3; i++)
         EXPECT_EQ(recursive.unlock(), 0);
     std::thread([&] { EXPECT_EQ(recursive.tryLock() || recursive.unlock(), 0); }).join();
 }
@@ -86,7 +80,6 @@ TEST(ZSync, TimeOutsAndWakeUps) {
     EXPECT_EQ(count.value(), 0u);
     EXPECT_EQ(n.value(), 6);
     EXPECT_EQ(w.value(), 0xFFFFFFFEu);
-
     struct {
         std::function<int()> wait;
         std::function<void()> wake;
@@ -115,89 +108,48 @@ TEST(ZSync, TimeOutsAndWakeUps) {
     EXPECT_EQ(r.inUse(), 1);
 }
 
-TEST(ZSemaphore, CountsAndValues) {
-    ZSemaphore sem;
-    sem.set();
-    sem.set();
-    EXPECT_EQ(sem.getValue(), 2);
-    EXPECT_TRUE(sem.wait(0));
-    EXPECT_TRUE(sem.wait(ZWaitForever));
+TEST(ZSync, ValuesAndWaitsAlreadySatisfied) {
+    ZSemaphore sem(2);
+    EXPECT_TRUE(sem.wait(0) && sem.wait(ZWaitForever));
     EXPECT_FALSE(sem.wait(0));
-
     ZSemaphoreBool b;
-    EXPECT_FALSE(b.value());
     EXPECT_EQ(b.wait(false, 1000), 1); // already the wanted value
     b.set(true);
-    EXPECT_TRUE(b.value());
     b.clear();
-    EXPECT_FALSE(b.value());
     EXPECT_EQ(b.wait(true, 5000), 0); // posts left over from the changes do not count
-
     ZSemaphoreCount c;
-    for (int i = 0; i < 3; i++)
-        c.add(1);
-    EXPECT_EQ(c.take(3, 10000), 1);
-    EXPECT_EQ(c.value(), 0u);
     c.setValue(5);
     EXPECT_EQ(c.wait(5, 1000), 1);
-    EXPECT_EQ(c.value(), 5u); // wait does not take
-    EXPECT_EQ(c.take(2), 1);
+    EXPECT_EQ(c.take(2), 1); // wait did not take
     EXPECT_EQ(c.value(), 3u);
-    EXPECT_EQ(c.wait(4, 5000), 0);
-}
-
-TEST(ZCond, IntValueWrapAndBool) {
-    ZCondInt c(7);
-    EXPECT_EQ(c.waitMoreThanOrEqual(5, true, 10000), 1);
-    EXPECT_EQ(c.value(), 6); // one off, not five
+    ZCondInt n(7);
+    EXPECT_EQ(n.waitMoreThanOrEqual(5, true, 10000), 1);
+    EXPECT_EQ(n.value(), 6); // one off, not five
     struct {
         int value, ge, le, lt; // expected results against 6
     } cases[] = {{5, 0, 1, 1}, {6, 1, 1, 0}, {7, 1, 0, 0}};
     for (const auto& k : cases) {
-        c.setValue(k.value);
-        EXPECT_EQ(c.waitMoreThanOrEqual(6, false, 1000), k.ge) << k.value;
-        EXPECT_EQ(c.waitLessThanOrEqual(6, false, 1000), k.le) << k.value;
-        EXPECT_EQ(c.waitLessThan(6, 1000), k.lt) << k.value;
-        EXPECT_EQ(c.value(), k.value);
+        n.setValue(k.value);
+        EXPECT_EQ(n.waitMoreThanOrEqual(6, false, 1000), k.ge) << k.value;
+        EXPECT_EQ(n.waitLessThanOrEqual(6, false, 1000), k.le) << k.value;
+        EXPECT_EQ(n.waitLessThan(6, 1000), k.lt) << k.value;
+        EXPECT_EQ(n.value(), k.value);
     }
-    EXPECT_EQ(c.waitLessThanOrEqual(7, true, 1000), 1);
-    EXPECT_EQ(c.value(), 6);
-    c.increment(3);
-    c.decrement(10);
-    EXPECT_EQ(c.value(), -1);
-    ZCondValue v(3);
-    EXPECT_EQ(v.waitLessThan(3, 1000), 0);
-    EXPECT_EQ(v.waitMoreThanOrEqual(3, true, 1000), 1);
-    EXPECT_EQ(v.value(), 2);
-
     ZCondWrap w(0xFFFFFFFEu);
     EXPECT_EQ(w.diff(2), -4);
     EXPECT_EQ(w.diff(0xFFFFFFF0u), 14);
     EXPECT_EQ(w.waitLessThan(2, 1000), 1);
     w.increment(3);
-    EXPECT_EQ(w.value(), 1u);
-    EXPECT_EQ(w.diff(0xFFFFFFFEu), 3);
     EXPECT_EQ(w.waitLessThan(0xFFFFFFFFu, 1000), 0);
     EXPECT_EQ(w.waitLessThanOrEqual(1, true, 1000), 1);
-    EXPECT_EQ(w.waitLessThanOrEqual(0xFFFFFFFFu, false, 1000), 0);
-    EXPECT_EQ(w.value(), 0u);
     w.decrement(1);
     EXPECT_EQ(w.value(), 0xFFFFFFFFu);
-
-    ZCondBool b;
-    EXPECT_EQ(b.value(), 0);
-    b.set();
-    EXPECT_EQ(b.value(), 1);
-    EXPECT_EQ(b.timedWait(1000), 0);
-    b.clear();
-    EXPECT_EQ(b.value(), 0);
 }
 
 TEST(ZCondResource, LockerHasPriorityAndGivesUp) {
     ZCondResource r;
     EXPECT_EQ(r.start(), 0);
     EXPECT_EQ(r.inUse(), 1);
-
     // A locker waits for the user inside and keeps new users out meanwhile.
     std::atomic<int> lockResult(-1), userResult(-1);
     std::thread locker([&] { lockResult = r.lock(0); });
@@ -218,7 +170,6 @@ TEST(ZCondResource, LockerHasPriorityAndGivesUp) {
     user.join();
     EXPECT_EQ(userResult, 0);
     EXPECT_EQ(r.inUse(), 1);
-
     // A locker that times out clears the mark and lets the users queued
     // behind it in.
     locker = std::thread([&] { lockResult = r.lock(30000); });
@@ -234,10 +185,6 @@ TEST(ZCondResource, LockerHasPriorityAndGivesUp) {
     for (int i = 0; i < 4; i++)
         r.end();
     EXPECT_EQ(r.inUse(), 0); // never below 0
-    EXPECT_EQ(r.lock(1000), 0);
-    EXPECT_TRUE(r.locked());
-    r.unlock();
-    EXPECT_FALSE(r.locked());
 }
 
 // Producers and consumers hammer a counter pair; every item made is taken

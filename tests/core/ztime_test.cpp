@@ -25,7 +25,7 @@ const char* const kFormatError = "Time format error\n";
 struct SetCase {
     const char* in;
     const char* err;
-    const char* out;
+    const char* out = nullptr;
 };
 
 template <class T, size_t N>
@@ -38,38 +38,43 @@ void checkSetString(T& t, const SetCase (&cases)[N]) {
     }
 }
 
+// What ZTime, ZTimeUs and ZTimeStamp all refuse, and with which text.
+const SetCase kRefused[] = {{"", kFormatError},
+                            {"2024-03-01 12", kFormatError}, // 4 fields
+                            {"12", kFormatError},
+                            {"2024061", kFormatError}, // an ordinal day needs 5 fields
+                            {"2024-13-01", "Month value out of range"},
+                            {"01/00/2024", "Month value out of range"},
+                            {"2024-01-32", "Day value out of range: 32"},
+                            {"2024-01-00", "Day value out of range: 0"},
+                            {"2024-01-01 24:00", "Hour value out of range"},
+                            {"2024-01-01 23:60:00", "Minute value out of range"},
+                            {"12:00:60", "Second value out of range"},
+                            {"12:00:-1", "Second value out of range"},
+                            {"2024000 00:00:00", "Day value out of range: 0"},
+                            {"2023366 00:00:00", "Day value out of range: 366"},
+                            {"2024367 00:00:00", "Day value out of range: 367"}};
+
 } // namespace
 
-TEST(ZCalendar, LeapYearsMonthLengthsAndMonthDayFromYDay) {
+TEST(ZCalendar, LeapYearsMonthLengthsAndEveryDay1970To2105) {
     // {year, month, days}: February has 29 days in the Gregorian leap years only.
-    const int months[][3] = {{1600, 2, 29}, {1900, 2, 28},  {2000, 2, 29},
-                             {2100, 2, 28}, {2024, 2, 29},  {2023, 2, 28},
-                             {2023, 4, 30}, {2023, 12, 31}, {2023, 13, 0}};
+    const int months[][3] = {{1600, 2, 29}, {1900, 2, 28}, {2000, 2, 29}, {2100, 2, 28},
+                             {2023, 2, 28}, {2023, 4, 30}, {2023, 13, 0}};
     for (auto& m : months) {
         EXPECT_EQ(ZDate::daysInMonth(m[0], m[1]), m[2]) << m[0] << "-" << m[1];
         EXPECT_TRUE(m[1] != 2 || bool(ZDate::isLeap(m[0])) == (m[2] == 29)) << m[0];
     }
-    EXPECT_TRUE(ZTime(2000, 6, 1, 0, 0, 0).isLeapYear() &&
-                !ZTime(2023, 6, 1, 0, 0, 0).isLeapYear());
-    EXPECT_TRUE(ZTimeStamp(2024, 1, 1, 0, 0, 0).isLeapYear());
+    EXPECT_TRUE(ZTime(2000, 6, 1, 0, 0, 0).isLeapYear());
     EXPECT_FALSE(ZTimeStamp(1900, 1, 1, 0, 0, 0).isLeapYear());
     // {year, yday, month, day}: day 59 is Feb 29 only in leap years.
-    const int ydays[][4] = {{2024, 59, 2, 29},
-                            {2023, 59, 3, 1},
-                            {1900, 59, 3, 1},
-                            {2000, 59, 2, 29},
-                            {2024, 365, 12, 31}};
+    const int ydays[][4] = {
+        {2024, 59, 2, 29}, {2023, 59, 3, 1}, {1900, 59, 3, 1}, {2024, 365, 12, 31}};
     for (auto& r : ydays) {
         ZTimeStamp t;
         t.setYDay(r[0], r[1], 0, 0, 0);
         EXPECT_EQ(t.month() * 100 + t.day(), r[2] * 100 + r[3]) << r[0] << " day " << r[1];
     }
-}
-
-TEST(ZTime, SetGetAddAndEveryDay1970To2105) {
-    EXPECT_EQ(ZTime(1970, 1, 1, 0, 0, 0).getSeconds(), 0u);
-    EXPECT_EQ(ZTime(2000, 2, 29, 23, 59, 59).getSeconds(), 951868799u);
-    EXPECT_EQ(ZTime(1999, 12, 31, 0, 0, 0).getSeconds(), 946598400u);
     EXPECT_EQ(ZTime(2106, 2, 7, 6, 28, 15).getSeconds(), 0xFFFFFFFFu);
     for (int y = 1970; y <= 2105; y++)
         for (int m = 1; m <= 12; m++)
@@ -77,7 +82,9 @@ TEST(ZTime, SetGetAddAndEveryDay1970To2105) {
                 ASSERT_EQ(ZTime(y, m, d, 0, 0, 0).getSeconds(),
                           uint32_t(ztime::daysFromCivil(y, m, d) * 86400))
                     << y << "-" << m << "-" << d;
+}
 
+TEST(ZTime, SetGetAddNamedFormatsAndStrftimeFallback) {
     ZTime t(2024, 3, 1, 12, 30, 5), u;
     EXPECT_EQ(t.getSeconds(), t20240301);
     int f[6];
@@ -87,15 +94,9 @@ TEST(ZTime, SetGetAddAndEveryDay1970To2105) {
     EXPECT_EQ(t.getYearDay(), 60);
     u.setYearDay(2024, 60, 12, 30, 5);
     EXPECT_EQ(u, t);
-    t.addSeconds(-5);
-    EXPECT_EQ(t.getSeconds(), t20240301 - 5);
-    t.addSeconds(86400);
+    t.addSeconds(86400 - 5);
     EXPECT_EQ(S(t.getString()), "2024-03-02T12:30:00");
-}
-
-TEST(ZTime, NamedFormatsAndStrftimeFallback) {
-    ZTime t(t20240301);
-    EXPECT_EQ(S(t.getString()), "2024-03-01T12:30:05");
+    t = ZTime(t20240301);
     const char* const forms[][2] = {{"", "2024-03-01T12:30:05"},
                                     {"iso", "2024-03-01T12:30:05"},
                                     {"isoT", "2024-03-01T12:30:05"},
@@ -128,23 +129,13 @@ TEST(ZTime, SetStringShapesAndErrorTextsAlsoForZTimeUs) {
         {"13:14", "", "2024-03-01T13:14:00"},
         {"clear", "", "1970-01-01T00:00:00"},
         {"2024366 00:00:00", "", "2024-12-31T00:00:00"},
-        {"first", "", "1970-01-01T00:00:00"},
-        {"", kFormatError, nullptr},
-        {"2024-03-01 12", kFormatError, nullptr}, // 4 fields
-        {"12", kFormatError, nullptr},
-        {"2024061", kFormatError, nullptr}, // an ordinal day needs 5 fields
-        {"2024-13-01", "Month value out of range", nullptr},
-        {"2024-00-01", "Month value out of range", nullptr},
-        {"2024-01-32", "Day value out of range: 32", nullptr},
-        {"2024-01-01 24:00:00", "Hour value out of range", nullptr},
-        {"2024-01-01 23:60:00", "Minute value out of range", nullptr},
-        {"12:00:60", "Second value out of range", nullptr},
-        {"2024000 00:00:00", "Day value out of range: 0", nullptr},
-        {"2023366 00:00:00", "Day value out of range: 366", nullptr}};
+        {"first", "", "1970-01-01T00:00:00"}};
     ZTime t;
     checkSetString(t, cases);
+    checkSetString(t, kRefused);
     ZTimeUs u(uint64_t(7));
     checkSetString(u, cases);
+    checkSetString(u, kRefused);
     u.set(2024, 3, 1, 12, 30, 5, 7);
     EXPECT_EQ(u.setString("2024-03-01 12:30:05").number, 0); // the microseconds cleared
     EXPECT_EQ(u.getMicroSeconds(), uint64_t(t20240301) * 1000000u);
@@ -167,7 +158,6 @@ TEST(ZTime, UtcAndLocalWithAFixedZone) {
 
 TEST(ZTimeUs, TextFormsSetAndGet) {
     ZTimeUs t{ZTime(t20240301)};
-    EXPECT_EQ(t.getMicroSeconds(), uint64_t(t20240301) * 1000000u);
     t.addMicroSeconds(250000);
     EXPECT_EQ(t.getSeconds(), uint64_t(t20240301));
     for (const char* f : {"", "iso", "isoT", "whatever"})
@@ -175,20 +165,15 @@ TEST(ZTimeUs, TextFormsSetAndGet) {
     EXPECT_EQ(S(t.getString("isoSpace")), "2024-03-01 12:30:05");
     EXPECT_EQ(S(t.getString("filename")), "2024-03-01_123005");
     EXPECT_EQ(S(t.getStringUs()), "2024-03-01T12:30:05.250000");
-    EXPECT_EQ(S(t.getStringUs("isoT")), "2024-03-01T12:30:05.250000");
     EXPECT_EQ(S(t.getStringUs("isoSpace")), "2024-03-01 12:30:05.250000");
     EXPECT_EQ(S(t.getStringUs("filename")), "2024-03-01_123005.250000");
     t.addSeconds(-1);
-    EXPECT_EQ(S(t.getStringUs()), "2024-03-01T12:30:04.250000");
-
+    EXPECT_EQ(S(t.getStringUs("isoT")), "2024-03-01T12:30:04.250000");
     t.set(2024, 3, 1, 12, 30, 5, 7);
     EXPECT_EQ(t.getMicroSeconds(), uint64_t(t20240301) * 1000000u + 7);
-    int f[7];
-    t.getDate(f[0], f[1], f[2]);
-    t.getTime(f[3], f[4], f[5], f[6]);
-    EXPECT_EQ(std::vector<int>(f, f + 7), (std::vector<int>{2024, 3, 1, 12, 30, 5, 7}));
-    EXPECT_EQ(t.getYearDay(), 60);
-    EXPECT_TRUE(t.isLeapYear());
+    int f[4];
+    t.getTime(f[0], f[1], f[2], f[3]);
+    EXPECT_EQ(std::vector<int>(f, f + 4), (std::vector<int>{12, 30, 5, 7}));
     ZTimeUs u;
     u.setYearDay(2024, 60, 12, 30, 5, 7);
     EXPECT_EQ(u, t);
@@ -199,37 +184,31 @@ TEST(ZTimeUs, TextFormsSetAndGet) {
 TEST(ZDate, SetGetCompareSpecialValuesAndText) {
     ZDate d(2024, 3, 1), e;
     EXPECT_EQ(d.year() * 1000 + d.yday(), 2024060);
-    EXPECT_EQ(d.month() * 100 + d.day(), 301);
     EXPECT_EQ(S(d.getStringFormatted("%d.%m.%Y %j %a")), "01.03.2024 061 Fri");
     e.set(t20240301);
     EXPECT_EQ(e, d);
     EXPECT_EQ(d.getTime().getSeconds(), t20240301 - (12 * 3600 + 30 * 60 + 5));
     e.setYDay(2024, 61);
     EXPECT_TRUE(d.compare(e) < 0 && e.compare(d) > 0 && d.compare(d) == 0);
-    EXPECT_LT(ZDate(2023, 12, 31), d);
-    e.clear();
-    EXPECT_EQ(e.year() + e.yday(), 0);
     e.setLast();
     EXPECT_EQ(e.year() * 1000 + e.yday(), 9999000);
-
     const SetCase cases[] = {{"2024-03-01", "", "2024-03-01"},
                              {"2024-03-02T10:11:12.000013", "", "2024-03-02"},
                              {"03/04/2024", "", "2024-04-03"}, // day/month/year
                              {"2024/05/06 01:02:03.4", "", "2024-05-06"},
                              {"first", "", "0001-01-01"},
                              {"last", "", "9999-01-01"},
-                             {"nonsense", "Time format error: nonsense", nullptr},
-                             {"2024-03", "Time format error: 2024-03", nullptr},
-                             {"2024-13-01", "Month value out of range", nullptr},
-                             {"2024-12-32", "Day value out of range: 32", nullptr},
-                             {"now", "", nullptr}};
+                             {"nonsense", "Time format error: nonsense"},
+                             {"2024-03", "Time format error: 2024-03"},
+                             {"2024-13-01", "Month value out of range"},
+                             {"2024-12-32", "Day value out of range: 32"},
+                             {"now", ""}};
     checkSetString(e, cases);
     EXPECT_GE(e.year(), 2024);
 }
 
 TEST(ZTimeStamp, TextFormsAndSpecialValues) {
     ZTimeStamp t(2024, 3, 1, 12, 30, 5, 250000), u;
-    EXPECT_EQ(S(t.getString()), "2024-03-01T12:30:05.250000");
     EXPECT_EQ(S(t.getString(" ")), "2024-03-01 12:30:05.250000");
     EXPECT_EQ(S(t.getString("")), "2024-03-0112:30:05.250000");
     EXPECT_EQ(S(t.getStringNoMs()), "2024-03-01T12:30:05");
@@ -240,13 +219,11 @@ TEST(ZTimeStamp, TextFormsAndSpecialValues) {
     EXPECT_EQ(S(s), "2024-03-01T12:30:05.250000");
     EXPECT_EQ(fromZString(s, u).number, 0);
     EXPECT_EQ(u, t);
-
     t.clear();
     EXPECT_EQ(t.year() + t.yday() + t.hour() + t.minute() + t.second() + t.microSecond(), 0);
     t.setFirst();
     EXPECT_EQ(S(t.getString()), "0001-01-01T00:00:00.000000");
     t.setLast();
-    EXPECT_EQ(t.year() * 1000 + t.yday(), 9999000);
     EXPECT_EQ(S(t.getString()), "9999-01-01T00:00:00.000000"); // not 9999-12-31
 }
 
@@ -263,40 +240,25 @@ TEST(ZTimeStamp, SetStringShapesFractionsAndErrorTexts) {
         {"12:00:59.9999999", "", "2024-03-04T12:00:59.999999"},    // never rounds up into 60
         {"2024061 12:30:05.75", "", "2024-03-01T12:30:05.750000"}, // year and ordinal day
         {"2024-02-29", "", "2024-02-29T00:00:00.000000"},          // a leap day alone: midnight
-        {"2024-02-31", "", nullptr}, // the day may be 1 to 31 whatever the month
+        {"2024-02-31", ""}, // the day may be 1 to 31 whatever the month
         {"first", "", "0001-01-01T00:00:00.000000"},
         {"last", "", "9999-01-01T00:00:00.000000"},
-        {"", kFormatError, nullptr},
-        {"2024-03-01 12", kFormatError, nullptr}, // 4 fields
-        {"12", kFormatError, nullptr},
-        {"2024061", kFormatError, nullptr},
-        {"01/00/2024", "Month value out of range", nullptr},
-        {"2024-01-32", "Day value out of range: 32", nullptr},
-        {"2024/01/00", "Day value out of range: 0", nullptr},
-        {"2024-01-01 24:00", "Hour value out of range", nullptr},
-        {"2024-01-01 23:60", "Minute value out of range", nullptr},
-        {"12:00:60", "Second value out of range", nullptr},
-        {"12:00:-1", "Second value out of range", nullptr},
-        {"12:00:nan", "Second value out of range", nullptr},
-        {"2024367 00:00:00", "Day value out of range: 367", nullptr}, // a leap year: 366 days
-        {"2024000 00:00:00", "Day value out of range: 0", nullptr},
-        {"now", "", nullptr}};
+        {"12:00:nan", "Second value out of range"},
+        {"now", ""}};
     ZTimeStamp t;
+    checkSetString(t, kRefused);
     checkSetString(t, cases);
     EXPECT_GE(t.year(), 2024);
 }
 
-TEST(ZTimeStamp, ConvertEpochZTimeZTimeUsMsAndNow) {
+TEST(ZTimeStamp, ConvertEpochZTimeZTimeUsAndMs) {
     ZTimeStamp t, u;
     t.set(int64_t(t20240301), 250000);
     EXPECT_EQ(S(t.getString()), "2024-03-01T12:30:05.250000");
-    EXPECT_EQ(t.getEpochSeconds(), int64_t(t20240301));
     EXPECT_EQ(t.getTime().getSeconds(), t20240301);
     EXPECT_EQ(t.getTimeUs().getMicroSeconds(), uint64_t(t20240301) * 1000000u + 250000u);
     u.set(t.getTimeUs());
     EXPECT_EQ(u, t);
-    u.set(ZTime(t20240301));
-    EXPECT_EQ(S(u.getString()), "2024-03-01T12:30:05.000000");
     u.set(int64_t(0), -1); // carries backwards
     EXPECT_EQ(S(u.getString()), "1969-12-31T23:59:59.999999");
     u.set(int64_t(-86401), 0);
@@ -305,32 +267,20 @@ TEST(ZTimeStamp, ConvertEpochZTimeZTimeUsMsAndNow) {
     EXPECT_EQ(ms.omilliSecond, 123);
     u.set(ms);
     EXPECT_EQ(S(u.getString()), "2024-03-01T12:30:05.123000");
-
-    u.setNow();
-    ZTimeUs sys;
-    sys.setNow();
-    int64_t d = int64_t(sys.getMicroSeconds()) - u.getEpochMicroSeconds();
-    EXPECT_GE(d, 0);
-    EXPECT_LT(d, 5000000);
 }
 
-TEST(ZTimeStamp, CompareYearCountsAndAddCarries) {
+TEST(ZTimeStamp, CompareAddAndDifferenceAcrossYears) {
     ZTimeStamp a(2024, 3, 1, 12, 30, 5, 1), b(2024, 3, 1, 12, 30, 5, 2);
     EXPECT_TRUE(a.compare(b) < 0 && b.compare(a) > 0 && a.compare(a) == 0);
     EXPECT_LT(ZTimeStamp(2023, 12, 31, 23, 59, 59, 999999), ZTimeStamp(2024, 1, 1, 0, 0, 0));
-    EXPECT_EQ(a.getYearSeconds(), 60u * 86400u + 12 * 3600 + 30 * 60 + 5);
-    EXPECT_EQ(a.getYearMicroSeconds(), int64_t(a.getYearSeconds()) * 1000000 + 1);
-
+    EXPECT_EQ(a.getYearMicroSeconds(), (60 * 86400 + 12 * 3600 + 30 * 60 + 5) * 1000000LL + 1);
     struct {
         const char* from;
         char unit; // 's', 'm' (milli) or 'u' (micro)
         int n;
         const char* to;
     } const adds[] = {{"2023-12-31 23:59:59.999999", 'u', 1, "2024-01-01T00:00:00.000000"},
-                      {"2024-01-01", 'u', -1, "2023-12-31T23:59:59.999999"},
                       {"2024-12-31 12:00", 's', 86400, "2025-01-01T12:00:00.000000"},
-                      {"2024-01-01", 's', 366 * 86400, "2025-01-01T00:00:00.000000"},
-                      {"2024-01-01", 'm', 1500, "2024-01-01T00:00:01.500000"},
                       {"2024-01-01 00:00:01.5", 'm', -3000, "2023-12-31T23:59:58.500000"},
                       {"2024-02-28 23:00", 's', 3600, "2024-02-29T00:00:00.000000"},
                       {"1900-02-28 23:00", 's', 3600, "1900-03-01T00:00:00.000000"}};
@@ -342,25 +292,11 @@ TEST(ZTimeStamp, CompareYearCountsAndAddCarries) {
                         : t.addMicroSeconds(r.n);
         EXPECT_EQ(S(t.getString()), r.to) << r.from << " + " << r.n << r.unit;
     }
-    // Ten thousand years (25 Gregorian cycles of 146097 days) ahead and back again.
-    const long tenThousandYears = 25L * 146097L * 86400L * 1000000L;
-    ZTimeStamp t(2000, 1, 1, 0, 0, 0);
-    t.addMicroSeconds(tenThousandYears);
-    EXPECT_EQ(S(t.getString()), "12000-01-01T00:00:00.000000");
-    t.addMicroSeconds(-tenThousandYears);
-    EXPECT_EQ(S(t.getString()), "2000-01-01T00:00:00.000000");
-}
-
-TEST(ZTimeStamp, DifferenceCountsEveryYearByItsLength) {
-    ZTimeStamp a(2027, 1, 2, 0, 0, 0), b(2023, 12, 31, 0, 0, 0);
-    EXPECT_EQ(ZTimeStamp::difference(a, b), 94867200000000LL); // 1098 days: 2024 is leap
-    EXPECT_EQ(ZTimeStamp::difference(b, a), -94867200000000LL);
-    ZTimeStamp c(2001, 3, 1, 1, 2, 3, 4), d(1899, 6, 15, 5, 6, 7, 8);
-    EXPECT_EQ(ZTimeStamp::difference(c, d), 3209658955999996LL); // over 1900 (common), 2000 (leap)
-    EXPECT_EQ(ZTimeStamp::difference(c, c), 0);
-    ZTimeStamp y0(2024, 1, 1, 0, 0, 0), y1(2025, 1, 1, 0, 0, 0), y2(2026, 1, 1, 0, 0, 0);
-    EXPECT_EQ(ZTimeStamp::difference(y1, y0), 31622400000000LL);
-    EXPECT_EQ(ZTimeStamp::difference(y2, y1), 31536000000000LL);
+    ZTimeStamp c(2027, 1, 2, 0, 0, 0), d(2023, 12, 31, 0, 0, 0);
+    EXPECT_EQ(ZTimeStamp::difference(c, d), 94867200000000LL); // 1098 days: 2024 is leap
+    EXPECT_EQ(ZTimeStamp::difference(d, c), -94867200000000LL);
+    ZTimeStamp e(2001, 3, 1, 1, 2, 3, 4), f(1899, 6, 15, 5, 6, 7, 8);
+    EXPECT_EQ(ZTimeStamp::difference(e, f), 3209658955999996LL); // over 1900 (common), 2000 (leap)
     // Agrees with the epoch microseconds for a spread of pairs.
     for (int i = 0; i < 200; i++) {
         ZTimeStamp p, q;

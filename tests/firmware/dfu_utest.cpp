@@ -127,28 +127,6 @@ protected:
 
 } // namespace
 
-TEST_F(DfuTest, NoBootLoaderOnTheBus) {
-    const ZString file = imageFile("none.bin", 4096, image);
-    Dfu dfu;
-    bool found = true;
-    EXPECT_EQ(dfu.detectDevice(found), ZError("No DFU devices found"));
-    EXPECT_FALSE(found);
-    EXPECT_EQ(dfu.connect(), ZError("Tavro DFU unit not found"));
-    EXPECT_EQ(dfu.upload_cmd(4, 0), ZError("Dfu::upload_cmd: Unknown command"));
-
-    DfuFlashOptions quick;
-    quick.polls = 2;
-    quick.pollMs = 1;
-    int asked = 0;
-    quick.startBootloader = [&] { return asked++, ZError(); };
-    EXPECT_EQ(dfuFlashCpu(dfu, file, quick),
-              ZError("Error: no DFU or Tavro units present on the USB bus"));
-    EXPECT_EQ(dfuFlashCpu(dfu, "/nonexistent.bin", quick), ZError("Unable to open file"));
-    bus->addDevice(usbmock::DeviceConfig(0x0483, Dfu::UnitProductId, "T400-000001"));
-    EXPECT_EQ(dfuFlashCpu(dfu, file, quick), ZError("Error: no DFU units present on the USB bus"));
-    EXPECT_EQ(asked, 1);
-}
-
 // The running unit, asked to, restarts into its boot loader, which comes up
 // in dfuERROR. 200 KiB: sectors 0 to 4 (the fifth starts at 0x08020000,
 // below the end at 0x08032000; the sixth at 0x08040000), and 100 whole
@@ -178,10 +156,29 @@ TEST_F(DfuTest, FlashesThroughTheBootLoader) {
               (std::vector<std::string>{"claim 0", "alt 0 0", "release 0"}));
 }
 
-TEST_F(DfuTest, ShortLastBlockAndDeviceErrors) {
+// No device, then only a running unit that does not start its boot loader;
+// then a boot loader taking an image of 3 whole blocks and a short one.
+TEST_F(DfuTest, NoBootLoaderThenShortLastBlockAndDeviceErrors) {
     const ZString file = imageFile("cpu-odd.bin", 3 * 2048 + 100, image);
-    plug(*bus, loader);
     Dfu dfu;
+    bool found = true;
+    EXPECT_EQ(dfu.detectDevice(found), ZError("No DFU devices found"));
+    EXPECT_FALSE(found);
+    EXPECT_EQ(dfu.connect(), ZError("Tavro DFU unit not found"));
+    EXPECT_EQ(dfu.upload_cmd(4, 0), ZError("Dfu::upload_cmd: Unknown command"));
+
+    DfuFlashOptions quick;
+    quick.polls = 2;
+    quick.pollMs = 1;
+    int asked = 0;
+    quick.startBootloader = [&] { return asked++, ZError(); };
+    EXPECT_EQ(dfuFlashCpu(dfu, file, quick),
+              ZError("Error: no DFU or Tavro units present on the USB bus"));
+    EXPECT_EQ(dfuFlashCpu(dfu, "/nonexistent.bin", quick), ZError("Unable to open file"));
+    bus->addDevice(usbmock::DeviceConfig(0x0483, Dfu::UnitProductId, "T400-000001"));
+    EXPECT_EQ(dfuFlashCpu(dfu, file, quick), ZError("Error: no DFU units present on the USB bus"));
+    EXPECT_EQ(asked, 1);
+    plug(*bus, loader);
     ASSERT_EQ(dfu.connect(), ZError());
     ASSERT_EQ(dfu.upload(file, Dfu::PlatformTavro40x), ZError());
     {

@@ -45,12 +45,13 @@ public:
         std::lock_guard<std::mutex> lock(m);
         log += std::string("open ") + name.str() + " " + mode.str() + ";";
         handle = 7;
+        start = data.size();
         return ZError();
     }
     ZError fileWriteServe(const unsigned int& handle, const unsigned int& offset,
                           const FileData& d) override {
         std::lock_guard<std::mutex> lock(m);
-        if (handle != 7 || offset != data.size())
+        if (handle != 7 || start + offset != data.size())
             return ZError(22, "Invalid offset");
         pieces.push_back(d.length);
         data.insert(data.end(), d.data, d.data + d.length);
@@ -63,7 +64,8 @@ public:
     }
     std::mutex m;
     std::string log;
-    Bytes data;
+    Bytes data; // of every upload
+    size_t start = 0;
     std::vector<uint32_t> pieces;
 };
 
@@ -116,7 +118,10 @@ TEST(Firmware, ValidationAndUpdateCheck) {
     }
 }
 
-TEST(Firmware, UploadSendsTheWantedSectionInPieces) {
+// The wanted section, found after another platform's, goes in pieces of at
+// most 512 bytes; bad packages are refused; the unit's file is closed even
+// when the upload is cancelled half way.
+TEST(Firmware, UploadToARecordingUnit) {
     zoaptest::TavroPair<Recorder> pair(zoaptest::Transport::Tcp, true);
     ASSERT_FALSE(pair.joined);
     pair.start();
@@ -133,22 +138,21 @@ TEST(Firmware, UploadSendsTheWantedSectionInPieces) {
         return true;
     });
     ASSERT_FALSE(upload.upload(fileOf("two.zfirm", pkg), ZFirmwarePlatformCpu));
-    // The section as the package holds it: its header, then the image.
-    const size_t at = 64 + 64 + fpga.size();
-    std::lock_guard<std::mutex> lock(pair.unit.m);
-    EXPECT_EQ(pair.unit.data, Bytes(pkg.begin() + long(at), pkg.end()));
-    EXPECT_EQ(pair.unit.pieces, (std::vector<uint32_t>{512, 512, 512, 164}));
-    EXPECT_EQ(pair.unit.log, "open FirmwareCpu w;close 7;");
     EXPECT_EQ(texts, (std::vector<std::string>{"Validadting firmware", "Uploading: FirmwareCpu"}));
     EXPECT_EQ(last, 1.0);
-}
-
-TEST(Firmware, UploadRefusesBadPackagesAndCloses) {
-    zoaptest::TavroPair<Recorder> pair(zoaptest::Transport::Tcp, true);
-    ASSERT_FALSE(pair.joined);
-    pair.start();
-    const Bytes fpgaOnly = zfirmBuildPackage(V123, {{ZFirmwarePlatformFpga, image(35, 700)}});
     const Bytes cpuOnly = zfirmBuildPackage(V123, {{ZFirmwarePlatformCpu, image(34, 700)}});
+    upload.setProgress([](const ZString&, double done) { return done < 0.5; });
+    EXPECT_EQ(upload.upload(fileOf("cancel.zfirm", cpuOnly), 34), ZError("Upload cancelled"));
+    {
+        std::lock_guard<std::mutex> lock(pair.unit.m);
+        const size_t at = 64 + 64 + fpga.size(); // the section's header, then its image
+        EXPECT_EQ(Bytes(pair.unit.data.begin(), pair.unit.data.end() - 512),
+                  Bytes(pkg.begin() + long(at), pkg.end()));
+        EXPECT_EQ(pair.unit.pieces, (std::vector<uint32_t>{512, 512, 512, 164, 512}));
+        EXPECT_EQ(pair.unit.log, "open FirmwareCpu w;close 7;open FirmwareCpu w;close 7;");
+    }
+
+    const Bytes fpgaOnly = zfirmBuildPackage(V123, {{ZFirmwarePlatformFpga, image(35, 700)}});
     const char* past = "Currupt firmware file: section runs past the end of the file";
     const struct {
         const char* name;
@@ -165,22 +169,13 @@ TEST(Firmware, UploadRefusesBadPackagesAndCloses) {
         {"magic.zfirm", patched(fpgaOnly, 64, 0x01524F4C), 34, "Currupt firmware file"},
         {"huge.zfirm", patched(fpgaOnly, 64 + 8, 0xFFFFFFFF), 34, past},
         {"past.zfirm", patched(cpuOnly, 64 + 8, 701), 34, past},
+        {"/nonexistent.zfirm", {}, 34, "Unable to open file"},
     };
     for (const auto& r : rows) {
-        ZFirmwareUpload upload(&pair.client);
-        EXPECT_EQ(upload.upload(fileOf(r.name, r.bytes), r.platform), ZError(r.text)) << r.name;
+        const ZString file = r.bytes.empty() ? ZString(r.name) : fileOf(r.name, r.bytes);
+        EXPECT_EQ(ZFirmwareUpload(&pair.client).upload(file, r.platform), ZError(r.text)) << r.name;
     }
     EXPECT_EQ(ZFirmwareUpload(nullptr).upload("x.zfirm", 34), ZError("Not connected"));
-    EXPECT_EQ(ZFirmwareUpload(&pair.client).upload("/nonexistent.zfirm", 34),
-              ZError("Unable to open file"));
-
-    // Cancelled half way: the unit's file is closed all the same.
-    ZFirmwareUpload upload(&pair.client);
-    upload.setProgress([](const ZString&, double done) { return done < 0.5; });
-    EXPECT_EQ(upload.upload(fileOf("cancel.zfirm", cpuOnly), 34), ZError("Upload cancelled"));
-    std::lock_guard<std::mutex> lock(pair.unit.m);
-    EXPECT_EQ(pair.unit.log, "open FirmwareCpu w;close 7;");
-    EXPECT_EQ(pair.unit.pieces, (std::vector<uint32_t>{512}));
 }
 
 TEST(Firmware, SimulatedUnitInstallsAtReboot) {

@@ -15,15 +15,52 @@
 
 #include <QFile>
 #include <QPointF>
+#include <QStringList>
 #include <QTemporaryFile>
 #include <QVector>
+#include <QWidget>
 
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <unistd.h>
 
+// Block status bits (running, end of trace 0 and 1), and a sample value.
+const uint16_t run = 0x04, end0 = 0x10, end1 = 0x20;
+const auto one = [](unsigned, unsigned) { return 1.0f; };
+
+// Stands for the main window: hands the data to a page through the hooks,
+// counts the captures it is told of, records the calls a page makes of it
+// and starts the capture asked for.
+class Host : public QWidget {
+    Q_OBJECT
+public:
+    Control* control = nullptr;
+    std::function<void()> onData, onProc;
+    QStringList calls;
+    int finished = 0;
+
+public slots:
+    void dataReady() {
+        if (onData)
+            onData();
+    }
+    void dataProcReady() {
+        if (onProc)
+            onProc();
+    }
+    void unitsDisconnected() {}
+    void dataCaptureFinished() { finished++; }
+    void update(bool all) { calls << QString("update(%1)").arg(all); }
+    void run(bool program) {
+        calls << QString("run(%1)").arg(program);
+        if (ZError err = control->measureStart(program))
+            calls << QString("measureStart: ") + err.str().str();
+    }
+};
+
+// The pages' parent is host; the control object notifies it.
 struct CaptureRig {
+    CaptureRig() : unit(options()), server(unit), control(&host) { host.control = &control; }
     static TavroSim::SimOptions options() {
         TavroSim::SimOptions o;
         o.fast = true;
@@ -31,17 +68,14 @@ struct CaptureRig {
         return o;
     }
 
-    // host receives the control object's queued notifications.
-    explicit CaptureRig(QObject* host) : unit(options()), server(unit), control(host) {}
-
     // Connects, reads the caches and keeps one stream (the views' own).
     ZError start() {
         ZError err;
         if ((err = server.start("127.0.0.1", 0)) || (err = control.init()) ||
-            (err = control.unitAdd("unit1", url())) || (err = control.unitsConnect()) ||
-            (err = control.update()))
-            return err;
-        if ((err = control.dataSetNumStreams(1)))
+            (err = control.unitAdd("unit1",
+                                   "zoapn://127.0.0.1:" + ZString(unsigned(server.port())))) ||
+            (err = control.unitsConnect()) || (err = control.update()) ||
+            (err = control.dataSetNumStreams(1)))
             return err;
         saved = control.channelConfigs();
         return ZError();
@@ -49,28 +83,20 @@ struct CaptureRig {
     // Puts back the channels as start() found them, and empties the streams.
     ZError restore() {
         control.dataClear();
-        const ZArray<TavroApi::ChannelConfig>& now = control.channelConfigs();
-        bool changed = false;
-        for (int c = 0; c < saved.size() && c < now.size(); c++) {
-            if (memcmp(&now[c], &saved[c], sizeof(TavroApi::ChannelConfig)) == 0)
-                continue;
-            changed = true;
+        for (int c = 0; c < saved.size(); c++)
             if (ZError err = control.unit(1)->setChannelConfigFull(0, unsigned(c), saved[c]))
                 return err;
-        }
-        return changed ? control.update() : ZError();
+        return control.update();
     }
-    ZString url() const { return "zoapn://127.0.0.1:" + ZString(unsigned(server.port())); }
 
     // Changes channel c on the unit (pgaGain and calibration included) and
     // reads the caches again.
     ZError setChannel(unsigned int c, std::function<void(TavroApi::ChannelConfig&)> change) {
         TavroApi::ChannelConfig config;
         ZError err = control.getChannelConfig(c, config);
-        if (err)
-            return err;
-        change(config);
-        if ((err = control.unit(1)->setChannelConfigFull(0, c, config)))
+        if (!err)
+            change(config);
+        if (err || (err = control.unit(1)->setChannelConfigFull(0, c, config)))
             return err;
         return control.update();
     }
@@ -94,19 +120,16 @@ struct CaptureRig {
         for (unsigned int s = 0; s < rows && s < 13; s++)
             for (unsigned int c = 0; c < 16; c++)
                 b.data[s * 16 + c] = value(s, c);
-        ZError err = control.sendDataFloatQueue(*control.unit(1), b);
-        if (!err && !control.dataFlush(5000000))
-            err = ZError("Block not queued");
-        return err;
+        return flushed(control.sendDataFloatQueue(*control.unit(1), b));
     }
-
     ZError pushProc(const TavroApi::DataBlockProc& block) {
-        ZError err = control.sendDataProcQueue(*control.unit(1), block);
-        if (!err && !control.dataFlush(5000000))
-            err = ZError("Block not queued");
-        return err;
+        return flushed(control.sendDataProcQueue(*control.unit(1), block));
+    }
+    ZError flushed(ZError err) {
+        return err || control.dataFlush(5000000) ? err : ZError("Block not queued");
     }
 
+    Host host; // deleted last, with the pages
     TavroSim::SimUnit unit;
     TavroSim::SimTcpServer server;
     Control control;
@@ -114,53 +137,35 @@ struct CaptureRig {
     uint32_t sequence = 0;
 };
 
-// The points Qwt holds for curve n of a graph.
+// Curve n of a graph, the points Qwt holds for it and its colour.
+inline QwtPlotCurve* curve(Graph* graph, int n) {
+    return static_cast<QwtPlotCurve*>(graph->itemList(QwtPlotItem::Rtti_PlotCurve).at(n));
+}
 inline QVector<QPointF> curvePoints(Graph* graph, int n) {
     QVector<QPointF> points;
-    QwtPlotItemList items = graph->itemList(QwtPlotItem::Rtti_PlotCurve);
-    if (n < 0 || n >= items.size())
-        return points;
-    const QwtSeriesData<QPointF>* data = static_cast<QwtPlotCurve*>(items[n])->data();
-    for (size_t i = 0; i < data->size(); i++)
-        points.append(data->sample(i));
+    for (size_t i = 0; i < curve(graph, n)->dataSize(); i++)
+        points.append(curve(graph, n)->sample(int(i)));
     return points;
 }
-
 inline QColor curveColour(Graph* graph, int n) {
-    QwtPlotItemList items = graph->itemList(QwtPlotItem::Rtti_PlotCurve);
-    return n >= 0 && n < items.size() ? static_cast<QwtPlotCurve*>(items[n])->pen().color()
-                                      : QColor();
+    return curve(graph, n)->pen().color();
 }
 
-// Standard output while it lives, kept in a file.
-class StdoutCapture {
-public:
-    StdoutCapture() : saved(-1) {
-        if (!file.open())
-            return;
-        fflush(stdout);
-        saved = dup(1);
-        dup2(file.handle(), 1);
-    }
-    ~StdoutCapture() { text(); }
-    // Everything printed so far; output goes to the terminal again.
-    QString text() {
-        if (saved >= 0) {
-            fflush(stdout);
-            dup2(saved, 1);
-            close(saved);
-            saved = -1;
-            QFile f(file.fileName());
-            f.open(QIODevice::ReadOnly);
-            captured = QString::fromUtf8(f.readAll());
-        }
-        return captured;
-    }
-
-private:
+// What f prints on standard output.
+inline QString stdoutOf(const std::function<void()>& f) {
     QTemporaryFile file;
-    int saved;
-    QString captured;
-};
+    if (!file.open())
+        return "no temporary file";
+    fflush(stdout);
+    const int saved = dup(1);
+    dup2(file.handle(), 1);
+    f();
+    fflush(stdout);
+    dup2(saved, 1);
+    close(saved);
+    QFile written(file.fileName());
+    written.open(QIODevice::ReadOnly);
+    return QString::fromUtf8(written.readAll());
+}
 
 #endif

@@ -9,11 +9,6 @@
 // Stands in for the message boxes while it lives: records every message and
 // answers from a queue of preset buttons, then with the default answer (the
 // box's default button, else its first button).
-//
-//   GuiMessagesDouble messages;
-//   messages.answers << QMessageBox::Yes;
-//   ... the code under test asks ...
-//   QCOMPARE(messages.texts(), QStringList{"Are you sure ?"});
 class GuiMessagesDouble : public GuiMessages {
 public:
     struct Message {
@@ -22,12 +17,10 @@ public:
         QString text;
         QMessageBox::StandardButtons buttons;
     };
-
     GuiMessagesDouble() : before(GuiMessages::set(this)) {}
     ~GuiMessagesDouble() override { GuiMessages::set(before); }
     GuiMessagesDouble(const GuiMessagesDouble&) = delete;
     GuiMessagesDouble& operator=(const GuiMessagesDouble&) = delete;
-
     QMessageBox::StandardButton ask(Kind kind, QWidget*, const QString& title, const QString& text,
                                     QMessageBox::StandardButtons buttons,
                                     QMessageBox::StandardButton defaultButton) override {
@@ -42,16 +35,25 @@ public:
         }
         return QMessageBox::NoButton;
     }
-
-    // "title: text" of each message, in order.
+    // "title: text" of each message, in order; take() also forgets them.
     QStringList texts() const {
         QStringList list;
         for (const Message& m : messages)
             list << m.title + ": " + m.text;
         return list;
     }
-    void clear() { messages.clear(); }
-
+    QStringList take() {
+        QStringList list = texts();
+        messages.clear();
+        return list;
+    }
+    // Forgets what was asked, and the answers not used yet.
+    void clear() {
+        messages.clear();
+        answers.clear();
+        fileAsks.clear();
+        fileAnswers.clear();
+    }
     // File dialogs: each one asked is recorded; the answers are taken in
     // order (a name and the filter chosen, empty to keep the preselected
     // one); with none left the dialog counts as cancelled.
@@ -77,7 +79,6 @@ public:
             *selectedFilter = a.filter;
         return a.name;
     }
-
     QList<Message> messages;
     QList<QMessageBox::StandardButton> answers;
     QList<FileAsk> fileAsks;

@@ -1,24 +1,31 @@
-// The main window against a simulated unit served in this process:
-// connecting, the status bar, login, a capture from start to stop, and the
-// ways a connection is lost.
+// The main window: menus, tool bar, shortcuts, the state indicator, the
+// dialogs and what every action says while not connected; then against a
+// simulated unit served in this process: connecting, the status bar, login,
+// a capture from start to stop, the ways a connection is lost, the units page
+// (the settings it saves, reads and clears, moving, enabling, adding and
+// deleting units, connecting at start) and the status page (its rows, the
+// value formats, "Not Connected", the refresh while the page is visible).
 
+#include "dialogchangepassword.h"
+#include "dialoglogin.h"
 #include "graph.h"
-#include "gui.h"
 #include "guimessagesdouble.h"
-#include "simserver.h"
-#include "simunit.h"
+#include "simgui.h"
 #include "wcapture.h"
+#include "wstatus.h"
 #include "wunits.h"
 
 #include <QAction>
-#include <QApplication>
+#include <QCheckBox>
+#include <QInputDialog>
 #include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
+#include <QMenu>
+#include <QMenuBar>
 #include <QStatusBar>
 #include <QTabWidget>
-#include <QTimer>
+#include <QTableWidget>
 #include <QToolBar>
+#include <QWidgetAction>
 #include <QtTest>
 
 #include <memory>
@@ -27,28 +34,37 @@ using namespace TavroApi;
 
 namespace {
 
-// A simulated unit on a free port and a main window set up for it.
-struct Bench {
-    explicit Bench(const TavroSim::SimOptions& options = TavroSim::SimOptions())
-        : unit(options), server(unit) {
-        ok = !server.start("127.0.0.1", 0) && !gui.init("Tavro", ZString(), false, false, false) &&
-             !gui.getControl().unitAdd("sim", ZString("zoapn://127.0.0.1:") + int(server.port()));
-    }
-    ~Bench() {
-        // The window lets the unit go before the unit itself goes.
-        if (gui.isConnected())
-            gui.unitsConnect(false);
-        server.stop();
-    }
+std::unique_ptr<Gui> newGui(bool cal = false, bool demo = false, bool dev = false) {
+    std::unique_ptr<Gui> gui(new Gui());
+    if (gui->init("Tavro", ZString(), cal, demo, dev))
+        return nullptr;
+    return gui;
+}
 
-    Control& control() { return gui.getControl(); }
+// "text|status tip|shortcut" of each action.
+QStringList describe(const QList<QAction*>& actions) {
+    QStringList list;
+    for (QAction* a : actions) {
+        if (a->isSeparator() || qobject_cast<QWidgetAction*>(a))
+            continue;
+        list << a->text() + "|" + a->statusTip() + "|" +
+                    a->shortcut().toString(QKeySequence::PortableText);
+    }
+    return list;
+}
+
+// The window with the simulated unit in its list of units.
+struct Bench : SimGui {
+    explicit Bench(const TavroSim::SimOptions& options = TavroSim::SimOptions())
+        : SimGui(nullptr, options) {
+        ok = ok && !control().unitAdd("sim", url());
+    }
     QAction* tool(int i) { return gui.findChild<QToolBar*>("Control")->actions()[i]; }
     QString statusBar() { return gui.statusBar()->currentMessage(); }
-
-    TavroSim::SimUnit unit;
-    TavroSim::SimTcpServer server;
-    Gui gui;
-    bool ok;
+    bool connectIcon(bool on) {
+        return iconImage(gui.getConnectAction()->icon()) ==
+               iconImage(QIcon(on ? ":/images/connect_on.svg" : ":/images/connect_off.svg"));
+    }
 };
 
 // Points of the first curve of a graph.
@@ -57,24 +73,81 @@ size_t curveSize(QwtPlot* graph) {
     return curves.isEmpty() ? 0 : static_cast<QwtPlotCurve*>(curves[0])->dataSize();
 }
 
-QImage iconImage(const QIcon& icon) {
-    return icon.pixmap(32, 32).toImage();
+const QString disconnected = "Tavro-gui - Error: One or more units have disconnected";
+
+void setSettings(const QVariantMap& values) {
+    QSettings settings("Korvel", "Tavro-gui");
+    for (auto it = values.begin(); it != values.end(); ++it)
+        settings.setValue(it.key(), it.value());
 }
 
-template <class F>
-void whenModal(F f) {
-    QTimer::singleShot(0, [f]() {
-        if (QWidget* w = QApplication::activeModalWidget())
-            f(w);
-    });
+// Every key under "units/" with its value, sorted by key.
+QStringList unitKeys() {
+    QSettings settings("Korvel", "Tavro-gui");
+    QStringList keys = settings.allKeys().filter(QRegularExpression("^units/"));
+    keys.sort();
+    QStringList list;
+    for (const QString& key : keys)
+        list << key + "=" + settings.value(key).toString();
+    return list;
 }
 
-void fillLogin(const QString& user, const QString& password) {
-    whenModal([user, password](QWidget* w) {
-        w->findChild<QLineEdit*>("userid")->setText(user);
-        w->findChild<QLineEdit*>("password")->setText(password);
-        w->findChild<QPushButton*>("login")->click();
-    });
+// A page on a unit manager of its own.
+struct Page {
+    explicit Page(const QStringList& urls = QStringList()) {
+        for (const QString& url : urls)
+            control.unitAdd(url.toUtf8().constData(), url.toUtf8().constData());
+        page.update();
+    }
+    // The units as "url serial on|off", in order; the same from the table.
+    QStringList units() {
+        QStringList list;
+        for (unsigned int n = 1; n <= control.unitsNum(); n++) {
+            TavroApi::TavroUnit1* u = control.unit(n);
+            list << QString("%1 %2 %3")
+                        .arg(u->url().str(), u->serialNumber().str(), u->enabled() ? "on" : "off");
+        }
+        return list;
+    }
+    QStringList rows() {
+        QTableWidget* t = page.getTable();
+        QStringList list;
+        for (int row = 0; row < t->rowCount(); row++)
+            list << QString("%1 %2 %3")
+                        .arg(t->item(row, WUnits::ColUnit)->text(),
+                             t->item(row, WUnits::ColSerial)->text(),
+                             cell(row, WUnits::ColEnable)->isChecked() ? "on" : "off");
+        return list;
+    }
+    QAbstractButton* cell(int row, int column) {
+        return qobject_cast<QAbstractButton*>(page.getTable()->cellWidget(row, column));
+    }
+    Control control;
+    WUnits page{control};
+};
+
+QStringList values(const WStatus& page) {
+    QStringList list;
+    for (int row = 0; row < WStatus::RowNum; row++)
+        list << page.value(row);
+    return list;
+}
+
+const QStringList notConnectedRows = {
+    "", "Not Connected", "", "", "", "", "", "", "", "", "", "", "", "", "", "", "", ""};
+
+// Connected, with the unit's status pushes and the window's status check
+// off: only the statuses a test sends count.
+bool connectQuiet(SimGui& b) {
+    b.unit.faultStopStatus(true);
+    b.gui.enableStatus(false);
+    return b.ok && b.connect();
+}
+
+void sendMode(SimGui& b, Mode mode) {
+    NodeStatus status;
+    status.mode = mode;
+    b.control().sendStatusServe(status);
 }
 
 } // namespace
@@ -83,93 +156,260 @@ class GuiSimTest : public QObject {
     Q_OBJECT
 private slots:
     void initTestCase() { Q_INIT_RESOURCE(tavro); }
-
+    void init() {
+        clearSettings();
+        messages.clear();
+    }
+    // A test takes every message it expects.
+    void cleanup() { QCOMPARE(messages.texts(), QStringList()); }
+    void menusAndToolBar();
+    void notConnected();
+    void stateIndicator();
+    void firmwareUpdatePages();
+    void windowSizeSetting();
+    void dialogs();
     void connectAndDisconnect();
     void refusedUnit();
-    void statusString_data();
     void statusString();
     void loginLogout();
     void capture();
     void runOnAutoConnect();
-    void captureFinished_data();
     void captureFinished();
-    void unitDropsConnection();
-    void statusTimeout();
+    void connectionLost();
+    void save();
+    void readSettings_data();
+    void readSettings();
+    void flags();
+    void move();
+    void enable();
+    void addUnit();
+    void deleteUnit();
+    void clear();
+    void connectThroughWindow();
+    void autoConnectAtStart();
+    void formats();
+    void notConnectedPage();
+    void connectedAndStale();
+    void refreshWhileVisible();
+
+private:
+    GuiMessagesDouble messages;
 };
 
+void GuiSimTest::menusAndToolBar() {
+    auto gui = newGui();
+    QVERIFY(gui);
+    QCOMPARE(gui->windowTitle(), QString("Tavro-gui"));
+    QList<QAction*> menus = gui->menuBar()->actions();
+    QCOMPARE(menus.size(), 2);
+    QCOMPARE(menus[0]->text(), QString("File"));
+    QCOMPARE(describe(menus[0]->menu()->actions()),
+             QStringList({"&Login|Login to units|", "&Change Password|Change password|",
+                          "&Logout|Logout of units|", "&Quit|Quits the application|Ctrl+Q"}));
+    QCOMPARE(menus[1]->text(), QString("Help"));
+    QCOMPARE(describe(menus[1]->menu()->actions()),
+             QStringList({"&Manual|Online Manual|Ctrl+M", "&About|About the program|Ctrl+A"}));
+    QToolBar* bar = gui->findChild<QToolBar*>("Control");
+    QVERIFY(bar);
+    QCOMPARE(bar->windowTitle(), QString("Control"));
+    QList<QAction*> tools = bar->actions();
+    QCOMPARE(tools.size(), 4);
+    QCOMPARE(tools[0], gui->getConnectAction());
+    QCOMPARE(describe(tools), QStringList({"&Connect|Units connect/disconnect|",
+                                           "&Run|Run capture|", "&Stop|Stop capture|Ctrl+S"}));
+    for (int i = 0; i < 3; i++)
+        QVERIFY(!tools[i]->isCheckable());
+    QCOMPARE(iconImage(tools[0]->icon()), iconImage(QIcon(":/images/connect_off.svg")));
+    QCOMPARE(iconImage(tools[1]->icon()), iconImage(QIcon(":/images/run.svg")));
+    QCOMPARE(iconImage(tools[2]->icon()), iconImage(QIcon(":/images/stop.svg")));
+    QVERIFY(iconImage(tools[0]->icon()) != iconImage(QIcon(":/images/connect_on.svg")));
+    QLabel* state = gui->getStateLabel();
+    QCOMPARE(bar->widgetForAction(tools[3]), state);
+    QCOMPARE(state->text() + "|" + state->toolTip() + "|" + state->styleSheet(),
+             QString("S|Measuring status|"));
+    QCOMPARE(gui->getState(), -1);
+    QCOMPARE(gui->statusBar()->currentMessage(), QString("Not connected"));
+    gui->about();
+    QCOMPARE(messages.messages[0].kind, GuiMessages::About);
+    QCOMPARE(messages.messages.takeFirst().text,
+             QString("<h3>Tavro-gui</h3><p>Tavro Version: 1.3.1</p>"));
+}
+
+// What each action says without units; only Stop has a working shortcut.
+void GuiSimTest::notConnected() {
+    auto gui = newGui();
+    QVERIFY(gui);
+    gui->show();
+    QApplication::setActiveWindow(gui.get());
+    QVERIFY(QTest::qWaitForWindowActive(gui.get()));
+    QTest::keyClick(gui.get(), Qt::Key_C, Qt::ControlModifier);
+    QTest::keyClick(gui.get(), Qt::Key_R, Qt::ControlModifier);
+    QCOMPARE(messages.texts(), QStringList());
+    QTest::keyClick(gui.get(), Qt::Key_S, Qt::ControlModifier);
+    gui->run(false);
+    QVERIFY(!gui->isRunning());
+    gui->login();
+    gui->logout();
+    gui->changePassword();
+    const QString notAny = "Tavro-gui - Warning: You are not connected to any units";
+    QCOMPARE(messages.messages[0].kind, GuiMessages::Critical);
+    QCOMPARE(messages.messages[2].kind, GuiMessages::Warning);
+    QCOMPARE(messages.take(), QStringList({"Tavro-gui - Error: Not connected to any units",
+                                           "Tavro-gui - Error: Not connected to any units", notAny,
+                                           notAny, notAny}));
+    // Connecting with no units at all; disconnecting does nothing.
+    gui->getConnectAction()->trigger();
+    QVERIFY(!gui->isConnected());
+    QCOMPARE(messages.take().last(), QString("Tavro-gui - Warning: No units connected"));
+    QCOMPARE(iconImage(gui->getConnectAction()->icon()),
+             iconImage(QIcon(":/images/connect_off.svg")));
+    gui->unitsConnect(false);
+    // A lost connection is reported once.
+    gui->unitsDisconnected();
+    gui->unitsConnectionGone();
+    gui->unitsDisconnected();
+    QCOMPARE(messages.messages[0].kind, GuiMessages::Warning);
+    QCOMPARE(messages.take(), QStringList{disconnected});
+    gui->processStatus();
+    QCOMPARE(gui->statusString(), ZString("Not connected"));
+    QCOMPARE(gui->statusBar()->currentMessage(), QString("Not connected"));
+}
+
+void GuiSimTest::stateIndicator() {
+    auto gui = newGui();
+    QVERIFY(gui);
+    QLabel* label = gui->getStateLabel();
+    const char* const rows[][2] = {{"S", "red"}, {"T", "yellow"}, {"R", "green"}};
+    for (int n = 0; n < 3; n++) {
+        gui->stateSet(n);
+        QCOMPARE(gui->getState(), n);
+        QCOMPARE(label->text(), QString(rows[n][0]));
+        QCOMPARE(label->styleSheet(),
+                 QString("QLabel { margin: 10px; background-color : %1; }").arg(rows[n][1]));
+        // The same state again leaves the label alone; other values are ignored.
+        label->setText("x");
+        gui->stateSet(n);
+        gui->stateSet(3);
+        gui->stateSet(-1);
+        QCOMPARE(gui->getState(), n);
+        QCOMPARE(label->text(), QString("x"));
+    }
+    // A capture ending without error bits says nothing.
+    gui->dataCaptureFinished();
+    QVERIFY(!gui->isRunning());
+    QCOMPARE(gui->getState(), 0);
+    QCOMPARE(label->text(), QString("S"));
+}
+
+void GuiSimTest::firmwareUpdatePages() {
+    auto gui = newGui(false, true, true);
+    QVERIFY(gui);
+    QTabWidget* tabs = gui->getTabs();
+    gui->firmwareUpdate();
+    QCOMPARE(tabs->tabText(tabs->currentIndex()), QString("Config"));
+    QStringList disabled;
+    for (int i = 0; i < tabs->count(); i++) {
+        if (!tabs->widget(i)->isEnabled())
+            disabled << tabs->tabText(i);
+    }
+    QCOMPARE(disabled, QStringList({"Status", "Units", "Channel Config", "Raw Data",
+                                    "Processed Data", "Data Log", "Calibrate", "Capture Demo"}));
+    gui->firmwareUpdateClear();
+    for (int i = 0; i < tabs->count(); i++)
+        QVERIFY(tabs->widget(i)->isEnabled());
+}
+
+void GuiSimTest::windowSizeSetting() {
+    QSize size;
+    {
+        auto gui = newGui();
+        QVERIFY(gui);
+        gui->show();
+        size = gui->minimumSizeHint().expandedTo(QSize(900, 610)) + QSize(37, 23);
+        gui->resize(size);
+        gui->close();
+    }
+    QCOMPARE(QSettings("Korvel", "Tavro-gui").value("windowSize").toSize(), size);
+    auto gui = newGui();
+    QVERIFY(gui);
+    QCOMPARE(gui->size(), size);
+    // Every page, demo and calibration ones included, fits a 1280 x 800
+    // screen less a panel and the window frame.
+    auto all = newGui(true, true, true);
+    QVERIFY(all);
+    QVERIFY(all->minimumSizeHint().width() <= 1200);
+    QVERIFY(all->minimumSizeHint().height() <= 700);
+}
+
+// Login dialog (its accepting path is tried through the window below): the
+// password is hidden, Cancel gives nothing. Change of
+// password: a mismatch keeps the dialog open, matching texts close it.
+void GuiSimTest::dialogs() {
+    DialogLogin login;
+    QCOMPARE(login.findChild<QLineEdit*>("password")->echoMode(), QLineEdit::Password);
+    QCOMPARE(login.findChild<QLineEdit*>("userid")->echoMode(), QLineEdit::Normal);
+    whenModal([](QWidget* w) { w->findChild<QPushButton*>("cancel")->click(); });
+    QString userid, password;
+    QVERIFY(!login.process(userid, password));
+    QCOMPARE(userid, QString());
+    DialogChangePassword change;
+    QCOMPARE(change.findChild<QLineEdit*>("password1")->echoMode(), QLineEdit::Password);
+    QCOMPARE(change.findChild<QLineEdit*>("password2")->echoMode(), QLineEdit::Password);
+    QCOMPARE(change.findChild<QPushButton*>("setPassword")->text(), QString("Set Password"));
+    bool stayedOpen = false;
+    whenModal([&](QWidget* w) {
+        w->findChild<QLineEdit*>("password1")->setText("one");
+        w->findChild<QLineEdit*>("password2")->setText("two");
+        w->findChild<QPushButton*>("setPassword")->click();
+        stayedOpen = w->isVisible();
+        w->findChild<QLineEdit*>("password2")->setText("one");
+        w->findChild<QPushButton*>("setPassword")->click();
+    });
+    QVERIFY(change.process(password));
+    QVERIFY(stayedOpen);
+    QCOMPARE(password, QString("one"));
+    QCOMPARE(messages.messages[0].kind, GuiMessages::Critical);
+    QCOMPARE(messages.take(), QStringList{"Tavro-gui - Error: Passwords do not match"});
+    whenModal([](QWidget* w) { w->findChild<QPushButton*>("cancel")->click(); });
+    QVERIFY(!change.process(password));
+}
+
 void GuiSimTest::connectAndDisconnect() {
-    GuiMessagesDouble messages;
     Bench b;
     QVERIFY(b.ok);
     b.tool(0)->trigger();
-    QCOMPARE(messages.texts(), QStringList());
-    QVERIFY(b.gui.isConnected());
-    QVERIFY(!b.gui.isLoggedIn());
-    QCOMPARE(iconImage(b.gui.getConnectAction()->icon()),
-             iconImage(QIcon(":/images/connect_on.svg")));
+    QVERIFY(b.gui.isConnected() && !b.gui.isLoggedIn());
+    QVERIFY(b.connectIcon(true));
     QCOMPARE(QString(b.control().nodeInfo().serialNumber), QString("T400-000001"));
     b.gui.processStatus();
     QCOMPARE(b.statusBar(), QString("Idle: Stopped"));
     QCOMPARE(b.gui.getStateLabel()->text(), QString("S"));
-
     // Connect again while connected: disconnects.
     b.tool(0)->trigger();
-    QVERIFY(!b.gui.isConnected());
-    QVERIFY(!b.control().unitsConnected());
-    QCOMPARE(iconImage(b.gui.getConnectAction()->icon()),
-             iconImage(QIcon(":/images/connect_off.svg")));
+    QVERIFY(!b.gui.isConnected() && !b.control().unitsConnected());
+    QVERIFY(b.connectIcon(false));
     b.gui.processStatus();
     QCOMPARE(b.statusBar(), QString("Not connected"));
-
     // "Clear" on the units page while connected: the window lets go first.
     b.tool(0)->trigger();
     QVERIFY(b.gui.isConnected());
     b.gui.getUnitsView()->getButton("Clear")->click();
     QVERIFY(!b.gui.isConnected());
     QCOMPARE(b.control().unitsNum(), 0u);
-    QCOMPARE(iconImage(b.gui.getConnectAction()->icon()),
-             iconImage(QIcon(":/images/connect_off.svg")));
-    QCOMPARE(messages.texts(), QStringList());
+    QVERIFY(b.connectIcon(false));
 }
 
 void GuiSimTest::refusedUnit() {
-    GuiMessagesDouble messages;
-    TavroSim::SimOptions options;
-    options.api = "2.0";
-    Bench b(options);
+    Bench b(simOptions([](TavroSim::SimOptions& o) { o.api = "2.0"; }));
     QVERIFY(b.ok);
     b.gui.unitsConnect(true);
     QVERIFY(!b.gui.isConnected());
-    QCOMPARE(messages.texts(), QStringList({"Tavro-gui - Error: API version 2.0 not supported",
-                                            "Tavro-gui - Warning: No units connected"}));
     QCOMPARE(messages.messages[0].kind, GuiMessages::Critical);
-}
-
-void GuiSimTest::statusString_data() {
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<uint>("status");
-    QTest::addColumn<bool>("saving");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("state");
-    QTest::addColumn<bool>("running");
-
-    QTest::newRow("idle overrun") << 0 << 0x0C0u << false << "Idle: Stopped, overrun" << 0 << false;
-    QTest::newRow("unknown mode") << 9 << 0u << false << "Uknown: Stopped" << 0 << false;
-    QTest::newRow("running") << 1 << 0x4u << false << "Run: Running" << 2 << true;
-    QTest::newRow("trigger") << 1 << 0xCu << false << "Run: Awaiting Trigger" << 1 << true;
-    QTest::newRow("program alarm")
-        << 2 << 0x104u << false << "RunProgram: Running, alarm" << 2 << true;
-    QTest::newRow("demo both") << 5 << 0x184u << false << "Demo: Running, overrun, alarm" << 2
-                               << true;
-    QTest::newRow("internal fpga overrun")
-        << 3 << 0x80u << false << "Internal: Stopped, overrun" << 0 << false;
-    QTest::newRow("sleep") << 4 << 0x100u << false << "Sleep: Stopped, alarm" << 0 << false;
-    QTest::newRow("saving") << 1 << 0x4u << true << "Run: Running: Data file saving" << 2 << true;
-    QTest::newRow("saving stopped") << 0 << 0x0u << true << "Idle: Stopped" << 0 << false;
+    QCOMPARE(messages.take(), QStringList({"Tavro-gui - Error: API version 2.0 not supported",
+                                           "Tavro-gui - Warning: No units connected"}));
 }
 
 void GuiSimTest::statusString() {
-    GuiMessagesDouble messages;
     Bench b;
     QVERIFY(b.ok);
     b.gui.unitsConnect(true);
@@ -177,51 +417,53 @@ void GuiSimTest::statusString() {
     // Only the statuses given here count.
     b.unit.faultStopStatus(true);
     b.gui.enableStatus(false);
-
-    QFETCH(bool, saving);
-    FileSave save;
-    save.save = saving;
-    b.control().setFileProcSave(save);
-
-    QFETCH(int, mode);
-    QFETCH(uint, status);
-    NodeStatus s;
-    s.mode = Mode(mode);
-    s.status = status;
-    b.control().sendStatusServe(s);
-    b.gui.processStatus();
-    QTEST(b.statusBar(), "text");
-    QTEST(b.gui.getState(), "state");
-    QTEST(b.gui.isRunning(), "running");
-    QCOMPARE(messages.texts(), QStringList());
+    const struct {
+        int mode;
+        uint16_t status;
+        bool saving;
+        const char* text;
+        int state;
+    } rows[] = {
+        {0, 0x0C0, false, "Idle: Stopped, overrun", 0},
+        {9, 0, false, "Uknown: Stopped", 0},
+        {1, 0x4, false, "Run: Running", 2},
+        {1, 0xC, false, "Run: Awaiting Trigger", 1},
+        {2, 0x104, false, "RunProgram: Running, alarm", 2},
+        {5, 0x184, false, "Demo: Running, overrun, alarm", 2},
+        {4, 0x100, false, "Sleep: Stopped, alarm", 0},
+        {1, 0x4, true, "Run: Running: Data file saving", 2},
+        {0, 0x0, true, "Idle: Stopped", 0},
+    };
+    for (const auto& r : rows) {
+        FileSave save;
+        save.save = r.saving;
+        b.control().setFileProcSave(save);
+        NodeStatus s;
+        s.mode = Mode(r.mode);
+        s.status = r.status;
+        b.control().sendStatusServe(s);
+        b.gui.processStatus();
+        QCOMPARE(b.statusBar(), QString(r.text));
+        QCOMPARE(b.gui.getState(), r.state);
+        QCOMPARE(b.gui.isRunning(), r.state != 0);
+    }
 }
 
 void GuiSimTest::loginLogout() {
-    GuiMessagesDouble messages;
     Bench b;
     QVERIFY(b.ok);
     b.gui.unitsConnect(true);
     QVERIFY(b.gui.isConnected());
-
     b.gui.changePassword();
-    QCOMPARE(messages.texts(),
-             QStringList{"Tavro-gui - Warning: You are not logged in to any units"});
-
-    messages.clear();
-    fillLogin("admin", "wrong");
-    b.gui.login();
+    login(b.gui, "admin", "wrong");
     QVERIFY(!b.gui.isLoggedIn());
-    QCOMPARE(messages.texts(),
-             QStringList{"Tavro-gui - Warning: Unable to login: Invalid user or password"});
-
-    messages.clear();
-    fillLogin("admin", "tavro");
-    b.gui.login();
-    QCOMPARE(messages.texts(), QStringList());
+    QCOMPARE(messages.take(),
+             QStringList({"Tavro-gui - Warning: You are not logged in to any units",
+                          "Tavro-gui - Warning: Unable to login: Invalid user or password"}));
+    login(b.gui, "admin", "tavro");
     QVERIFY(b.gui.isLoggedIn());
     QCOMPARE(b.gui.getUserid(), ZString("admin"));
     QVERIFY(b.unit.loggedIn());
-
     // The old password goes out empty: the unit takes it from the user
     // logged in, and the new one holds from then on.
     whenModal([](QWidget* w) {
@@ -230,12 +472,9 @@ void GuiSimTest::loginLogout() {
         w->findChild<QPushButton*>("setPassword")->click();
     });
     b.gui.changePassword();
-    QCOMPARE(messages.texts(), QStringList());
-    fillLogin("admin", "newpw");
-    b.gui.login();
+    login(b.gui, "admin", "newpw");
     QCOMPARE(messages.texts(), QStringList());
     QVERIFY(b.gui.isLoggedIn());
-
     b.gui.logout();
     QVERIFY(!b.gui.isLoggedIn());
     QCOMPARE(b.gui.getUserid(), ZString());
@@ -245,21 +484,18 @@ void GuiSimTest::loginLogout() {
 // A whole capture through the window: Run, the raw view's curves fill, the
 // indicator and the status bar follow, Ctrl+S stops, Connect disconnects.
 void GuiSimTest::capture() {
-    GuiMessagesDouble messages;
     Bench b;
     QVERIFY(b.ok);
     b.gui.show();
     QApplication::setActiveWindow(&b.gui);
     QVERIFY(QTest::qWaitForWindowActive(&b.gui));
     b.gui.getTabs()->setCurrentWidget(b.gui.getCaptureView());
-
     b.gui.unitsConnect(true);
     QVERIFY(b.gui.isConnected());
     MeasurementConfig m = b.control().measurementConfig();
     m.measureMode = MeasureMode::Continuous;
     m.sampleRate = 1000.0;
     b.control().setMeasurement(m);
-
     b.tool(1)->trigger();
     QCOMPARE(messages.texts(), QStringList());
     QVERIFY(b.gui.isRunning());
@@ -277,20 +513,16 @@ void GuiSimTest::capture() {
     QCOMPARE(b.gui.getStateLabel()->text(), QString("R"));
     QCOMPARE(b.gui.getStateLabel()->styleSheet(),
              QString("QLabel { margin: 10px; background-color : green; }"));
-
     QTest::keyClick(&b.gui, Qt::Key_S, Qt::ControlModifier);
     QVERIFY(!b.gui.isRunning());
     QCOMPARE(b.unit.mode(), Mode::Idle);
     QTRY_COMPARE_WITH_TIMEOUT(b.statusBar(), QString("Idle: Stopped"), 5000);
     QCOMPARE(b.gui.getStateLabel()->text(), QString("S"));
-
     b.tool(0)->trigger();
     QVERIFY(!b.gui.isConnected());
-    QCOMPARE(messages.texts(), QStringList());
 }
 
 void GuiSimTest::runOnAutoConnect() {
-    GuiMessagesDouble messages;
     Bench b;
     QVERIFY(b.ok);
     b.gui.show();
@@ -306,81 +538,421 @@ void GuiSimTest::runOnAutoConnect() {
             QTRY_VERIFY_WITH_TIMEOUT(curveSize(b.gui.getCaptureView()->getGraph()) > 0, 10000);
         b.gui.unitsConnect(false);
     }
-    // The windows of the later tests must not connect at start.
-    b.gui.getSettings().remove("units");
-    QCOMPARE(messages.texts(), QStringList());
-}
-
-void GuiSimTest::captureFinished_data() {
-    QTest::addColumn<uint>("status");
-    QTest::addColumn<QStringList>("texts");
-    const QString e = "Tavro-gui - Error: ";
-    QTest::newRow("data overrun") << 0x40u << QStringList{e + "Capture error: Overrun: 0x40\n"};
-    QTest::newRow("fpga overrun") << 0x80u << QStringList{e + "Capture error: Overrun: 0x80\n"};
-    QTest::newRow("overrun and error")
-        << 0x1C1u << QStringList{e + "Capture error: Overrun: 0x1c1\n"};
-    QTest::newRow("error") << 0x1u << QStringList{e + "Capture error: 0x1\n"};
-    QTest::newRow("high bit") << 0x8000u << QStringList{e + "Capture error: 0x8000\n"};
-    QTest::newRow("end and alarm") << 0x130u << QStringList();
-    QTest::newRow("clean end") << 0x10u << QStringList();
 }
 
 // A block without the Run bit ends the capture; the accumulated status
 // decides what is said. Nobody shows the data, so the window drains it.
 void GuiSimTest::captureFinished() {
-    QFETCH(uint, status);
-    GuiMessagesDouble messages;
-    Bench b;
-    QVERIFY(b.ok);
-    b.gui.unitsConnect(true);
-    QVERIFY(b.gui.isConnected());
-    b.gui.stateSet(2);
-    QVERIFY(!b.control().dataSetNumStreams(2));
-
-    DataBlockFloat block;
-    block.numChannels = 16;
-    block.numSamples = 1;
-    block.status = uint16_t(status);
-    QVERIFY(!b.control().sendDataFloatQueue(*b.control().unitMaster(), block));
-    QTRY_COMPARE_WITH_TIMEOUT(b.control().dataStatus(), uint16_t(status), 5000);
-    QTRY_COMPARE_WITH_TIMEOUT(b.gui.getState(), 0, 5000);
-    QTRY_COMPARE_WITH_TIMEOUT(b.control().dataAvailable(0), 0u, 5000);
-    QTEST(messages.texts(), "texts");
-    QVERIFY(!b.gui.isRunning());
+    const QString e = "Tavro-gui - Error: Capture error: ";
+    const struct {
+        uint16_t status;
+        QString text; // empty: nothing said
+    } rows[] = {
+        {0x40, e + "Overrun: 0x40\n"},
+        {0x80, e + "Overrun: 0x80\n"},
+        {0x1C1, e + "Overrun: 0x1c1\n"},
+        {0x1, e + "0x1\n"},
+        {0x8000, e + "0x8000\n"},
+        {0x130, QString()}, // end and alarm
+        {0x10, QString()},
+    };
+    for (const auto& r : rows) {
+        GuiMessagesDouble messages;
+        Bench b;
+        QVERIFY(b.ok);
+        b.gui.unitsConnect(true);
+        QVERIFY(b.gui.isConnected());
+        b.gui.stateSet(2);
+        QVERIFY(!b.control().dataSetNumStreams(2));
+        DataBlockFloat block;
+        block.numChannels = 16;
+        block.numSamples = 1;
+        block.status = r.status;
+        QVERIFY(!b.control().sendDataFloatQueue(*b.control().unitMaster(), block));
+        QTRY_COMPARE_WITH_TIMEOUT(b.control().dataStatus(), r.status, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(b.gui.getState(), 0, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(b.control().dataAvailable(0), 0u, 5000);
+        QCOMPARE(messages.texts(), r.text.isEmpty() ? QStringList() : QStringList{r.text});
+        QVERIFY(!b.gui.isRunning());
+    }
 }
 
-void GuiSimTest::unitDropsConnection() {
-    GuiMessagesDouble messages;
-    Bench b;
-    QVERIFY(b.ok);
-    b.gui.unitsConnect(true);
-    QVERIFY(b.gui.isConnected());
-    b.unit.dropConnection();
-    QTRY_VERIFY_WITH_TIMEOUT(!b.gui.isConnected(), 10000);
-    QCOMPARE(messages.texts(),
-             QStringList{"Tavro-gui - Error: One or more units have disconnected"});
+// The unit drops the link, or stops reporting its status: gone, said once.
+void GuiSimTest::connectionLost() {
+    for (bool drop : {true, false}) {
+        GuiMessagesDouble messages;
+        Bench b;
+        QVERIFY(b.ok);
+        b.gui.unitsConnect(true);
+        QVERIFY(b.gui.isConnected());
+        if (drop)
+            b.unit.dropConnection();
+        else
+            b.unit.faultStopStatus(true);
+        QTRY_VERIFY_WITH_TIMEOUT(!b.gui.isConnected(), 15000);
+        QVERIFY(!b.control().unitsConnected());
+        QCOMPARE(messages.texts(), QStringList{disconnected});
+        QCOMPARE(messages.messages[0].kind, GuiMessages::Warning);
+        QVERIFY(b.connectIcon(false));
+        if (drop) {
+            // Later status ticks and reports add nothing.
+            QTest::qWait(1500);
+            b.gui.unitsDisconnected();
+            QCOMPARE(messages.texts().size(), 1);
+            QCOMPARE(b.statusBar(), QString("Not connected"));
+        }
+    }
+}
+
+// Three units over sixteen saved ones: entries 0 to 2 are written, the keys of
+// 3 to 15 go.
+void GuiSimTest::save() {
+    QVariantMap old{{"units/unitsNum", 16}, {"units/unitAutoConnect", true}};
+    for (int n = 0; n < 16; n++)
+        for (const char* field : {".device", ".serialNumber", ".enabled"})
+            old[QString("units/unit%1").arg(n) + field] = "old";
+    setSettings(old);
+    Page p({"zoapn://10.0.0.1", "zoapu://T400-000002", "zoaps:///dev/ttyACM0"});
+    p.control.unit(2)->setSerialNumber("T400-000002");
+    p.page.update();
+    p.cell(2, WUnits::ColEnable)->click();
+    p.page.getButton("Save")->click();
+    QCOMPARE(unitKeys(),
+             QStringList({"units/unit0.device=zoapn://10.0.0.1", "units/unit0.enabled=true",
+                          "units/unit0.serialNumber=", "units/unit1.device=zoapu://T400-000002",
+                          "units/unit1.enabled=true", "units/unit1.serialNumber=T400-000002",
+                          "units/unit2.device=zoaps:///dev/ttyACM0", "units/unit2.enabled=false",
+                          "units/unit2.serialNumber=", "units/unitAutoConnect=true",
+                          "units/unitsNum=3"}));
+}
+
+void GuiSimTest::readSettings_data() {
+    QTest::addColumn<QVariant>("unitsNum");
+    // Saved entries by index as "device|serial|enabled"; empty for none.
+    QTest::addColumn<QStringList>("saved");
+    QTest::addColumn<QStringList>("expected");
+    const QStringList three = {"zoapn://10.0.0.1|T400-000001|true", "zoapu://T400-000002||false",
+                               "zoaps:///dev/ttyACM0|T400-000003|true"};
+    QTest::newRow("three") << QVariant(3) << three
+                           << QStringList{"zoapn://10.0.0.1 T400-000001 on",
+                                          "zoapu://T400-000002  off",
+                                          "zoaps:///dev/ttyACM0 T400-000003 on"};
+    QTest::newRow("count below entries")
+        << QVariant(1) << three << QStringList{"zoapn://10.0.0.1 T400-000001 on"};
+    QTest::newRow("gap") << QVariant(3) << QStringList{"zoapn://a|A|true", "", "zoapn://c|C|false"}
+                         << QStringList{"zoapn://a A on", "zoapn://c C off"};
+    QTest::newRow("huge count") << QVariant(2000000000) << QStringList{"zoapn://a|A"}
+                                << QStringList{"zoapn://a A on"};
+    QTest::newRow("negative count") << QVariant(-3) << QStringList{"zoapn://a|A"} << QStringList();
+    QTest::newRow("count not a number")
+        << QVariant("many") << QStringList{"zoapn://a|A"} << QStringList();
+    QTest::newRow("blank device") << QVariant(2) << QStringList{"  |A|true", "zoapn://b|B|true"}
+                                  << QStringList{"zoapn://b B on"};
+}
+
+void GuiSimTest::readSettings() {
+    QFETCH(QVariant, unitsNum);
+    QFETCH(QStringList, saved);
+    QVariantMap settings{{"units/unitsNum", unitsNum}};
+    for (int n = 0; n < saved.size(); n++) {
+        QStringList f = saved[n].split('|');
+        QString key = QString("units/unit%1").arg(n);
+        if (f.size() > 1) {
+            settings[key + ".device"] = f[0];
+            settings[key + ".serialNumber"] = f[1];
+        }
+        if (f.size() > 2)
+            settings[key + ".enabled"] = f[2] == "true";
+    }
+    setSettings(settings);
+    Page p;
+    p.page.readSettings();
+    QTEST(p.units(), "expected");
+    QTEST(p.rows(), "expected");
+    // Read again: no unit twice.
+    p.page.readSettings();
+    QTEST(p.units(), "expected");
+}
+
+void GuiSimTest::flags() {
+    setSettings({{"units/unitMultiConnect", true}, {"units/unitAutoConnect", true}});
+    Page p;
+    p.page.readSettings();
+    QVERIFY(p.page.getMultiConnect()->isChecked());
+    QVERIFY(p.page.getAutoConnect()->isChecked());
+    QVERIFY(p.control.multi());
+    p.page.getMultiConnect()->click();
+    p.page.getAutoConnect()->click();
+    QVERIFY(!p.control.multi());
+    QCOMPARE(unitKeys(),
+             QStringList({"units/unitAutoConnect=false", "units/unitMultiConnect=false"}));
+    p.page.getMultiConnect()->click();
+    QVERIFY(p.control.multi());
+    QCOMPARE(unitKeys(),
+             QStringList({"units/unitAutoConnect=false", "units/unitMultiConnect=true"}));
+}
+
+// Up and Down move a unit, except past either end; the rebuilt rows know
+// their own row.
+void GuiSimTest::move() {
+    const struct {
+        int row;
+        int column;
+        const char* order;
+    } rows[] = {{0, WUnits::ColUp, "abc"},   {2, WUnits::ColDown, "abc"},
+                {1, WUnits::ColUp, "bac"},   {1, WUnits::ColDown, "acb"},
+                {0, WUnits::ColDown, "bac"}, {2, WUnits::ColUp, "acb"}};
+    for (const auto& m : rows) {
+        Page p({"zoapn://a", "zoapn://b", "zoapn://c"});
+        p.cell(m.row, m.column)->click();
+        QStringList expected;
+        for (const char* c = m.order; *c; c++)
+            expected << QString("zoapn://%1  on").arg(*c);
+        QCOMPARE(p.units(), expected);
+        QCOMPARE(p.rows(), expected);
+        for (int r = 0; r < 3; r++)
+            for (int c : {int(WUnits::ColEnable), int(WUnits::ColUp), int(WUnits::ColDown)})
+                QCOMPARE(p.cell(r, c)->property("row").toInt(), r);
+    }
+}
+
+// Enabling a unit applies the page's multi-connect choice again.
+void GuiSimTest::enable() {
+    Page p({"zoapn://a", "zoapn://b"});
+    p.page.getMultiConnect()->click();
+    p.control.setMulti(false);
+    p.cell(1, WUnits::ColEnable)->click();
+    QCOMPARE(p.units(), QStringList({"zoapn://a  on", "zoapn://b  off"}));
+    QVERIFY(p.control.multi());
+    p.cell(1, WUnits::ColEnable)->click();
+    QCOMPARE(p.units(), QStringList({"zoapn://a  on", "zoapn://b  on"}));
+}
+
+// Blanks around the URL go; Cancel and an empty URL add nothing.
+void GuiSimTest::addUnit() {
+    const struct {
+        bool accept;
+        const char* text;
+        QStringList expected;
+    } rows[] = {{true, " zoapu://T400-000002 ", {"zoapu://T400-000002  on"}},
+                {false, "zoapn://10.0.0.5", {}},
+                {true, "", {}}};
+    for (const auto& r : rows) {
+        Page p;
+        QStringList asked;
+        whenModal([&](QWidget* w) {
+            auto* dialog = qobject_cast<QInputDialog*>(w);
+            if (!dialog) {
+                w->close();
+                return;
+            }
+            asked << dialog->windowTitle() << dialog->labelText() << dialog->textValue();
+            dialog->setTextValue(r.text);
+            r.accept ? dialog->accept() : dialog->reject();
+        });
+        p.page.getButton("Manual add unit")->click();
+        QCOMPARE(asked, QStringList({"Add Unit", "Unit device URL:", "zoapn://"}));
+        QCOMPARE(p.units(), r.expected);
+        QCOMPARE(p.rows(), r.expected);
+    }
+}
+
+void GuiSimTest::deleteUnit() {
+    Page p({"zoapn://a", "zoapn://b", "zoapn://c"});
+    // Units found on the network are named by their serial number.
+    p.control.unitAdd("T400-000009", "zoapn://d");
+    p.page.update();
+    p.page.getButton("Delete unit")->click();
     QCOMPARE(messages.messages[0].kind, GuiMessages::Warning);
-    QCOMPARE(iconImage(b.gui.getConnectAction()->icon()),
-             iconImage(QIcon(":/images/connect_off.svg")));
-    // Later status ticks and reports add nothing.
-    QTest::qWait(1500);
-    b.gui.unitsDisconnected();
-    QCOMPARE(messages.texts().size(), 1);
-    QCOMPARE(b.statusBar(), QString("Not connected"));
+    QCOMPARE(messages.take(), QStringList{"Warning: No unit selected"});
+    QCOMPARE(p.control.unitsNum(), 4u);
+    for (int row : {1, 2}) {
+        p.page.getTable()->selectRow(row);
+        p.page.getButton("Delete unit")->click();
+    }
+    QCOMPARE(p.units(), QStringList({"zoapn://a  on", "zoapn://c  on"}));
+    QCOMPARE(p.rows(), p.units());
 }
 
-// A unit that stops reporting its status counts as gone.
-void GuiSimTest::statusTimeout() {
-    GuiMessagesDouble messages;
-    Bench b;
+void GuiSimTest::clear() {
+    QVariantMap saved{{"units/unitMultiConnect", true}, {"units/unitsNum", 20}};
+    for (int n = 0; n < 20; n++)
+        for (const char* field : {".device", ".serialNumber", ".enabled"})
+            saved[QString("units/unit%1").arg(n) + field] = QString("zoapn://%1").arg(n);
+    setSettings(saved);
+    Page p;
+    p.page.readSettings();
+    QCOMPARE(p.control.unitsNum(), 20u);
+    p.page.getButton("Clear")->click();
+    QCOMPARE(unitKeys(), QStringList({"units/unitMultiConnect=true", "units/unitsNum=0"}));
+    QCOMPARE(p.control.unitsNum(), 0u);
+    QCOMPARE(p.page.getTable()->rowCount(), 0);
+}
+
+void GuiSimTest::connectThroughWindow() {
+    SimGui b;
     QVERIFY(b.ok);
-    b.gui.unitsConnect(true);
-    QVERIFY(b.gui.isConnected());
-    b.unit.faultStopStatus(true);
-    QTRY_VERIFY_WITH_TIMEOUT(!b.gui.isConnected(), 15000);
-    QCOMPARE(messages.texts(),
-             QStringList{"Tavro-gui - Error: One or more units have disconnected"});
-    QVERIFY(!b.control().unitsConnected());
+    WUnits* page = b.gui.getUnitsView();
+    b.control().unitAdd(b.url(), b.url());
+    page->update();
+    QTableWidget* t = page->getTable();
+    QStringList headings;
+    for (int c = 0; c < t->columnCount(); c++)
+        headings << t->horizontalHeaderItem(c)->text();
+    QCOMPARE(headings,
+             QStringList({"Enable", "Up", "Down", "Connected", "Serial Number", "Unit", "Info"}));
+    QCOMPARE(t->item(0, WUnits::ColInfo)->text(), QString());
+    for (bool on : {true, false}) {
+        page->getButton("Connect/Disconnect")->click();
+        QCOMPARE(b.gui.isConnected(), on);
+        QCOMPARE(iconImage(t->item(0, WUnits::ColConnected)->icon()),
+                 iconImage(QIcon(on ? ":/images/connect_on.svg" : ":/images/connect_off.svg")));
+        QCOMPARE(t->item(0, WUnits::ColSerial)->text(), QString("T400-000001"));
+        QCOMPARE(t->item(0, WUnits::ColUnit)->text(), QString(b.url().str()));
+        QCOMPARE(t->item(0, WUnits::ColInfo)->text(),
+                 QString("Tavro-400 software 1.0.8, 16 channels"));
+    }
+    // The serial number learnt at connect is saved.
+    page->save();
+    QVERIFY(unitKeys().contains("units/unit0.serialNumber=T400-000001"));
+}
+
+// Connecting at start follows the setting; a disabled unit is no master.
+void GuiSimTest::autoConnectAtStart() {
+    const struct {
+        bool autoConnect;
+        bool enabled;
+        QStringList texts;
+    } rows[] = {
+        {true, true, {}},
+        {false, true, {}},
+        {true,
+         false,
+         {"Tavro-gui - Error: No master unit set", "Tavro-gui - Warning: No units connected"}}};
+    for (const auto& r : rows) {
+        clearSettings();
+        SimGui b([&](const ZString& url) {
+            setSettings({{"units/unitAutoConnect", r.autoConnect},
+                         {"units/unitsNum", 1},
+                         {"units/unit0.device", url.str()},
+                         {"units/unit0.enabled", r.enabled}});
+        });
+        QVERIFY(b.ok);
+        QCOMPARE(b.control().unitsNum(), 1u);
+        QCOMPARE(b.gui.getUnitsView()->getAutoConnect()->isChecked(), r.autoConnect);
+        if (r.autoConnect && r.enabled) {
+            QTRY_VERIFY_WITH_TIMEOUT(b.gui.isConnected(), 10000);
+        } else {
+            QTest::qWait(500); // past the start-up call, 200 ms after init
+            QVERIFY(!b.gui.isConnected());
+        }
+        QCOMPARE(messages.take(), r.texts);
+    }
+}
+
+void GuiSimTest::formats() {
+    const uint8_t mac[6] = {0x00, 0x01, 0x8A, 0xFE, 0xFF, 0xA0};
+    QCOMPARE(WStatus::macString(mac), ZString("00:01:8A:FE:FF:A0"));
+    QCOMPARE(WStatus::dottedString(0xC0A80139), ZString("192.168.1.57"));
+    QCOMPARE(WStatus::dottedString(0xFFFFFFFF), ZString("255.255.255.255"));
+    QStringList names;
+    for (uint32_t m : {0u, 1u, 2u, 3u, 0xFFFFFFFFu})
+        names << WStatus::networkModeName(m).str();
+    QCOMPARE(names, QStringList({"Off", "DHCP", "Manual", "3", "4294967295"}));
+    names.clear();
+    for (unsigned int m : {0, 1, 2, 3, 4, 5, 6, 255})
+        names << WStatus::modeName(m).str();
+    QCOMPARE(names, QStringList({"Idle", "Run", "RunProgram", "Internal", "Sleep", "Demo", "Uknown",
+                                 "Uknown"}));
+}
+
+void GuiSimTest::notConnectedPage() {
+    // Without a main window.
+    Control control;
+    WStatus alone(control);
+    QStringList labels;
+    for (int row = 0; row < WStatus::RowNum; row++)
+        labels << alone.label(row);
+    QCOMPARE(labels,
+             QStringList({"Serial Number", "Unit Status", "Unit Mode", "Unit Time", "Ethernet Mode",
+                          "Ethernet MAC", "Ethernet Address", "Ethernet Netmask", "Network Gateway",
+                          "Network NameServer", "Network TimeServer", "Wifi Mode", "Wifi MAC",
+                          "Wifi Address", "Wifi Netmask", "Wifi Gateway", "Wifi Status",
+                          "Calibration Date"}));
+    QCOMPARE(alone.value(WStatus::RowNum), QString());
+    alone.update();
+    QCOMPARE(values(alone), notConnectedRows);
+    // In the window, before and after a connection.
+    SimGui b;
+    QVERIFY(b.ok);
+    WStatus* page = b.gui.getStatusView();
+    page->update();
+    QCOMPARE(values(*page), notConnectedRows);
+    QVERIFY(connectQuiet(b));
+    page->update();
+    QCOMPARE(page->value(WStatus::RowSerialNumber), QString("T400-000001"));
+    b.gui.unitsConnect(false);
+    page->update();
+    QCOMPARE(values(*page), notConnectedRows);
+}
+
+// The rows of a unit's status; a status older than five seconds counts as
+// no connection, while the connection itself stays.
+void GuiSimTest::connectedAndStale() {
+    SimGui b;
+    QVERIFY(connectQuiet(b));
+    NodeStatus status;
+    status.mode = Mode(6);
+    status.time = ZTimeUs(ZTime(2025, 6, 30, 23, 59, 58));
+    status.time.addMicroSeconds(999999);
+    status.wifiStatus = 3;
+    b.control().sendStatusServe(status);
+    b.gui.processStatus();
+    WStatus* page = b.gui.getStatusView();
+    page->update();
+    const Information info = b.unit.information();
+    QString mac = WStatus::macString(info.networkMacAddress).str();
+    QString wifiMac = WStatus::macString(info.wifiMacAddress).str();
+    QVERIFY(QRegularExpression("^70:B3:D5(:[0-9A-F]{2}){3}$").match(mac).hasMatch());
+    QCOMPARE(values(*page),
+             QStringList({"T400-000001", "Uknown: Stopped", "Uknown", "2025-06-30 23:59:58", "DHCP",
+                          mac, "192.168.1.57", "255.255.255.0", "192.168.1.1", "192.168.1.1",
+                          "192.168.1.1", "Off", wifiMac, "0.0.0.0", "0.0.0.0", "0.0.0.0",
+                          "Wifi is connected, no Internet", "2024-01-15 09:30:00"}));
+    sendMode(b, Mode::Idle);
+    page->update();
+    QCOMPARE(page->value(WStatus::RowUnitMode), QString("Idle"));
+    QTRY_VERIFY_WITH_TIMEOUT((page->update(), page->value(WStatus::RowUnitMode).isEmpty()), 15000);
+    QCOMPARE(values(*page), notConnectedRows);
+    QVERIFY(b.gui.isConnected() && b.control().unitsConnected());
+}
+
+void GuiSimTest::refreshWhileVisible() {
+    SimGui b;
+    QVERIFY(connectQuiet(b));
+    WStatus* page = b.gui.getStatusView();
+    QTabWidget* tabs = b.gui.getTabs();
+    QCOMPARE(tabs->indexOf(page), 0);
+    QVERIFY(!page->isRefreshing());
+    // Shown: filled at once, then refreshed by the timer.
+    sendMode(b, Mode::Run);
+    b.gui.show();
+    QVERIFY(page->isRefreshing());
+    QCOMPARE(page->value(WStatus::RowUnitMode), QString("Run"));
+    sendMode(b, Mode::Sleep);
+    QTRY_COMPARE_WITH_TIMEOUT(page->value(WStatus::RowUnitMode), QString("Sleep"), 5000);
+    // Another tab: no refresh.
+    tabs->setCurrentIndex(1);
+    QVERIFY(!page->isRefreshing());
+    sendMode(b, Mode::Internal);
+    QTest::qWait(1500);
+    QCOMPARE(page->value(WStatus::RowUnitMode), QString("Sleep"));
+    // Back: refreshed at once.
+    tabs->setCurrentIndex(0);
+    QVERIFY(page->isRefreshing());
+    QCOMPARE(page->value(WStatus::RowUnitMode), QString("Internal"));
+    b.gui.hide();
+    QVERIFY(!page->isRefreshing());
 }
 
 QTEST_MAIN(GuiSimTest)

@@ -1,22 +1,53 @@
 #ifndef SIMGUI_H
 #define SIMGUI_H
 
-// The main window with a simulated unit served over TCP in the test process,
-// for the pages that need both: the window is built (Gui::init, which also
-// reads the units' settings) but the unit is not added to the unit manager.
-// prepare, when given, runs between the start of the unit's server and the
-// building of the window, with the unit's URL (to put it in the settings).
+// A simulated unit served over TCP in the test process, in front of a unit
+// manager (SimControl) or of the main window (SimGui).
 
+#include "control.h"
 #include "gui.h"
 #include "simserver.h"
 #include "simunit.h"
 
 #include <QApplication>
+#include <QIcon>
+#include <QLineEdit>
+#include <QPushButton>
 #include <QSettings>
 #include <QTimer>
 
 #include <functional>
 
+inline TavroSim::SimOptions simOptions(const std::function<void(TavroSim::SimOptions&)>& set) {
+    TavroSim::SimOptions options;
+    set(options);
+    return options;
+}
+
+// connect() adds the unit, connects and reads the caches.
+struct SimControl {
+    explicit SimControl(const TavroSim::SimOptions& options = TavroSim::SimOptions())
+        : unit(options), server(unit) {
+        ok = !server.start("127.0.0.1", 0) && !control.init();
+    }
+    ~SimControl() {
+        control.unitsDisconnect();
+        server.stop();
+    }
+    ZString url() const { return "zoapn://127.0.0.1:" + ZString(unsigned(server.port())); }
+    bool connect() {
+        return !control.unitAdd("unit1", url()) && !control.unitsConnect() && !control.update();
+    }
+    TavroSim::SimUnit unit;
+    TavroSim::SimTcpServer server;
+    Control control;
+    bool ok;
+};
+
+// The window is built (Gui::init, which also reads the units' settings) but
+// the unit is not added to the unit manager. prepare, when given, runs between
+// the start of the unit's server and the building of the window, with the
+// unit's URL (to put it in the settings).
 struct SimGui {
     explicit SimGui(std::function<void(const ZString& url)> prepare = nullptr,
                     const TavroSim::SimOptions& options = TavroSim::SimOptions())
@@ -32,10 +63,14 @@ struct SimGui {
             gui.unitsConnect(false);
         server.stop();
     }
-
     ZString url() const { return "zoapn://127.0.0.1:" + ZString(unsigned(server.port())); }
     Control& control() { return gui.getControl(); }
-
+    // Adds the unit and connects through the window.
+    bool connect() {
+        control().unitAdd(url(), url());
+        gui.unitsConnect(true);
+        return gui.isConnected();
+    }
     TavroSim::SimUnit unit;
     TavroSim::SimTcpServer server;
     Gui gui;
@@ -58,6 +93,20 @@ void whenModal(F f, int tries = 200) {
         else if (tries > 0)
             whenModal(f, tries - 1);
     });
+}
+
+// Logs in through the window's dialog.
+inline void login(Gui& gui, const QString& user, const QString& password) {
+    whenModal([user, password](QWidget* w) {
+        w->findChild<QLineEdit*>("userid")->setText(user);
+        w->findChild<QLineEdit*>("password")->setText(password);
+        w->findChild<QPushButton*>("login")->click();
+    });
+    gui.login();
+}
+
+inline QImage iconImage(const QIcon& icon) {
+    return icon.pixmap(32, 32).toImage();
 }
 
 #endif

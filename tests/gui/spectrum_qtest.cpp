@@ -1,6 +1,5 @@
-// The spectrum of one channel: smooth transform lengths, the newest samples,
-// peaks of known sines at the right bin and level, the channel factor, the
-// plan kept while the length stays, and refused input.
+// The spectrum of one channel: smooth transform lengths, peaks of known
+// sines, the plan kept while the length stays, and refused input.
 #include "spectrum.h"
 
 #include <QtTest>
@@ -18,18 +17,13 @@ bool isSmooth(unsigned int n) {
     return n == 1;
 }
 
-std::vector<double> sine(unsigned int n, double amplitude, double hz, double rate) {
-    std::vector<double> v(n);
+// n samples of a sine after junk samples, which a transform of n leaves out.
+std::vector<double> sine(unsigned int n, double amplitude, double hz, double rate,
+                         unsigned int junk = 0) {
+    std::vector<double> v(junk, 1e6);
     for (unsigned int i = 0; i < n; i++)
-        v[i] = amplitude * std::sin(2.0 * M_PI * hz * i / rate);
+        v.push_back(amplitude * std::sin(2.0 * M_PI * hz * i / rate));
     return v;
-}
-
-// v preceded by junk samples, which a transform of v's length leaves out.
-std::vector<double> after(unsigned int junk, const std::vector<double>& v) {
-    std::vector<double> w(junk, 1e6);
-    w.insert(w.end(), v.begin(), v.end());
-    return w;
 }
 
 } // namespace
@@ -39,11 +33,9 @@ class SpectrumTest : public QObject {
 
 private slots:
     void smoothLength();
-    void sinePeak_data();
     void sinePeak();
     void constantAndSilence();
     void planKeptWhileLengthStays();
-    void refused_data();
     void refused();
 };
 
@@ -61,56 +53,41 @@ void SpectrumTest::smoothLength() {
         QCOMPARE(Spectrum::smoothLength(l[0]), l[1]);
 }
 
-void SpectrumTest::sinePeak_data() {
-    QTest::addColumn<unsigned int>("n");
-    QTest::addColumn<double>("rate");
-    QTest::addColumn<double>("hz");
-    QTest::addColumn<double>("amplitude");
-    QTest::addColumn<double>("scale");
-    QTest::addColumn<double>("level");
+void SpectrumTest::sinePeak() {
     // On a bin the periodic Hann window gives |X| = A N / 4: A / 2 after
     // dividing by N / 2 (rounded down for an odd N).
-    QTest::newRow("2 V at 50 Hz") << 1000u << 1000.0 << 50.0 << 2.0 << 1.0 << 0.0;
-    QTest::newRow("5 V at 1 kHz, 16 kHz")
-        << 16000u << 16000.0 << 1000.0 << 5.0 << 1.0 << 20.0 * std::log10(2.5);
-    QTest::newRow("factor 0.5") << 1000u << 1000.0 << 50.0 << 2.0 << 0.5 << 20.0 * std::log10(2.0);
-    QTest::newRow("factor 100") << 4096u << 8192.0 << 512.0 << 1.0 << 100.0
-                                << 20.0 * std::log10(0.5) - 40.0;
-    QTest::newRow("odd length 3^7")
-        << 2187u << 2187.0 << 100.0 << 4.0 << 1.0 << 20.0 * std::log10(2.0 * 2187.0 / 2186.0);
-}
-
-void SpectrumTest::sinePeak() {
-    QFETCH(unsigned int, n);
-    QFETCH(double, rate);
-    QFETCH(double, hz);
-    QFETCH(double, amplitude);
-    QFETCH(double, scale);
-    QFETCH(double, level);
-
-    // Three older samples ahead of the sine: only the newest n count.
-    std::vector<double> s = after(3, sine(n, amplitude, hz, rate));
-    Spectrum spectrum;
-    QVector<QPointF> p;
-    QVERIFY(!spectrum.compute(s.data(), n + 3, rate, scale, p));
-    QCOMPARE(spectrum.length(), n);
-    QCOMPARE(p.size(), int(n / 2));
-    QCOMPARE(p[0].x(), 0.0);
-    QVERIFY(qAbs(p.last().x() - (n / 2 - 1) * rate / n) < 1e-9);
-
-    int k = 0;
-    for (int i = 1; i < p.size(); i++)
-        if (p[i].y() > p[k].y())
-            k = i;
-    QVERIFY(qAbs(p[k].x() - hz) < 1e-9);
-    QVERIFY2(qAbs(p[k].y() - level) < 1e-6, qPrintable(QString::number(p[k].y())));
-    // The window spreads half the amplitude to each neighbour (-6.02 dB)
-    // and nothing anywhere else.
-    for (int i = 0; i < p.size(); i++) {
-        if (qAbs(i - k) == 1)
-            QVERIFY(qAbs(p[i].y() - (level + 20.0 * std::log10(0.5))) < 1e-6);
-        else if (i != k)
-            QVERIFY2(p[i].y() < level - 150.0, qPrintable(QString::number(i)));
+    const struct {
+        unsigned int n;
+        double rate, hz, amplitude, scale, level;
+    } cases[] = {
+        {16000, 16000.0, 1000.0, 5.0, 1.0, 20.0 * std::log10(2.5)},
+        {4096, 8192.0, 512.0, 1.0, 100.0, 20.0 * std::log10(0.5) - 40.0},
+        {2187, 2187.0, 100.0, 4.0, 1.0, 20.0 * std::log10(2.0 * 2187.0 / 2186.0)}, // 3^7
+    };
+    for (const auto& c : cases) {
+        // Three older samples ahead of the sine: only the newest n count.
+        std::vector<double> s = sine(c.n, c.amplitude, c.hz, c.rate, 3);
+        Spectrum spectrum;
+        QVector<QPointF> p;
+        QVERIFY(!spectrum.compute(s.data(), c.n + 3, c.rate, c.scale, p));
+        QCOMPARE(spectrum.length(), c.n);
+        QCOMPARE(p.size(), int(c.n / 2));
+        QCOMPARE(p[0].x(), 0.0);
+        QVERIFY(qAbs(p.last().x() - (c.n / 2 - 1) * c.rate / c.n) < 1e-9);
+        int k = 0;
+        for (int i = 1; i < p.size(); i++)
+            if (p[i].y() > p[k].y())
+                k = i;
+        QVERIFY(qAbs(p[k].x() - c.hz) < 1e-9);
+        QVERIFY2(qAbs(p[k].y() - c.level) < 1e-6, qPrintable(QString::number(p[k].y())));
+        // The window spreads half the amplitude to each neighbour (-6.02 dB)
+        // and nothing anywhere else.
+        for (int i = 0; i < p.size(); i++) {
+            if (qAbs(i - k) == 1)
+                QVERIFY(qAbs(p[i].y() - (c.level + 20.0 * std::log10(0.5))) < 1e-6);
+            else if (i != k)
+                QVERIFY2(p[i].y() < c.level - 150.0, qPrintable(QString::number(i)));
+        }
     }
 }
 
@@ -143,12 +120,12 @@ void SpectrumTest::planKeptWhileLengthStays() {
     QVERIFY(!spectrum.compute(s.data(), 1000, 100.0, 1.0, first));
     // 1000 to 1023 samples all transform the last 1000 with the one plan.
     for (unsigned int junk : {0u, 1u, 23u}) {
-        std::vector<double> v = after(junk, s);
+        std::vector<double> v = sine(1000, 1.0, 10.0, 100.0, junk);
         QVERIFY(!spectrum.compute(v.data(), 1000 + junk, 100.0, 1.0, p));
         QCOMPARE(spectrum.plansMade(), 1u);
         QCOMPARE(p, first);
     }
-    std::vector<double> v = after(24, s);
+    std::vector<double> v = sine(1000, 1.0, 10.0, 100.0, 24);
     QVERIFY(!spectrum.compute(v.data(), 1024, 100.0, 1.0, p));
     QCOMPARE(spectrum.length(), 1024u);
     QCOMPARE(spectrum.plansMade(), 2u);
@@ -159,43 +136,32 @@ void SpectrumTest::planKeptWhileLengthStays() {
     QCOMPARE(p, first);
 }
 
-void SpectrumTest::refused_data() {
-    QTest::addColumn<unsigned int>("count");
-    QTest::addColumn<double>("rate");
-    QTest::addColumn<double>("scale");
-    QTest::addColumn<bool>("samples");
-    QTest::addColumn<QString>("error");
-    QTest::newRow("rate 0") << 16u << 0.0 << 1.0 << true
-                            << "Invalid sample rate for a spectrum: 0.000000";
-    QTest::newRow("rate -5") << 16u << -5.0 << 1.0 << true
-                             << "Invalid sample rate for a spectrum: -5.000000";
-    QTest::newRow("rate NaN") << 16u << double(NAN) << 1.0 << true
-                              << "Invalid sample rate for a spectrum: nan";
-    QTest::newRow("scale 0") << 16u << 100.0 << 0.0 << true
-                             << "Invalid channel scale for a spectrum: 0.000000";
-    QTest::newRow("scale inf") << 16u << 100.0 << double(INFINITY) << true
-                               << "Invalid channel scale for a spectrum: inf";
-    QTest::newRow("no samples") << 16u << 100.0 << 1.0 << false << "No samples for a spectrum";
-    // Refused before a sample is read.
-    QTest::newRow("2^28 samples")
-        << (1u << 28) << 100.0 << 1.0 << true
-        << "Too many samples for a spectrum: 268435456, at most 134217728";
-}
-
 void SpectrumTest::refused() {
-    QFETCH(unsigned int, count);
-    QFETCH(double, rate);
-    QFETCH(double, scale);
-    QFETCH(bool, samples);
-    QFETCH(QString, error);
-    Spectrum spectrum;
+    const struct {
+        unsigned int count; // 2^28 is refused before a sample is read
+        double rate, scale;
+        bool samples;
+        const char* error;
+    } cases[] = {
+        {16, 0.0, 1.0, true, "Invalid sample rate for a spectrum: 0.000000"},
+        {16, -5.0, 1.0, true, "Invalid sample rate for a spectrum: -5.000000"},
+        {16, NAN, 1.0, true, "Invalid sample rate for a spectrum: nan"},
+        {16, 100.0, 0.0, true, "Invalid channel scale for a spectrum: 0.000000"},
+        {16, 100.0, INFINITY, true, "Invalid channel scale for a spectrum: inf"},
+        {16, 100.0, 1.0, false, "No samples for a spectrum"},
+        {1u << 28, 100.0, 1.0, true,
+         "Too many samples for a spectrum: 268435456, at most 134217728"},
+    };
     std::vector<double> s(16, 1.0);
-    QVector<QPointF> p(3);
-    ZError err = spectrum.compute(samples ? s.data() : nullptr, count, rate, scale, p);
-    QCOMPARE(err.num(), 1);
-    QCOMPARE(QString(err.str().str()), error);
-    QVERIFY(p.isEmpty());
-    QCOMPARE(spectrum.length(), 0u);
+    for (const auto& c : cases) {
+        Spectrum spectrum;
+        QVector<QPointF> p(3);
+        ZError err = spectrum.compute(c.samples ? s.data() : nullptr, c.count, c.rate, c.scale, p);
+        QCOMPARE(err.num(), 1);
+        QCOMPARE(QString(err.str().str()), QString(c.error));
+        QVERIFY(p.isEmpty());
+        QCOMPARE(spectrum.length(), 0u);
+    }
 }
 
 QTEST_APPLESS_MAIN(SpectrumTest)

@@ -1,17 +1,21 @@
-// The device configuration pages and their form fields: checks and formats
-// of the fields, duration conversions, and against a simulated unit the
-// records each page shows, saves that change exactly the edited member,
-// refused input, Cancel, the measurement presets, alarms, WiFi search, file
-// save settings and the general page's commands.
+// The configuration pages and their form fields against a simulated unit:
+// field checks and formats, duration conversions, the records each page
+// shows, saves that change exactly the edited member, refused input, Cancel,
+// the measurement presets, WiFi search, file save settings, the general
+// page's commands, the channel table, the configuration file page and the
+// firmware page.
 
-#include "control.h"
 #include "guimessagesdouble.h"
-#include "simserver.h"
-#include "simunit.h"
+#include "simgui.h"
+#include "tavro.h"
 #include "wconfig.h"
+#include "wconfigchans.h"
 #include "wconfigfilesave.h"
+#include "wconfigfirmware.h"
 #include "wconfigmeasurement.h"
+#include "wconfigsaverestore.h"
 #include "wconfigwifi.h"
+#include "zfirmbuild.h"
 #include "zformaddress.h"
 #include "zformcombo.h"
 #include "zformduration.h"
@@ -24,6 +28,7 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QStackedWidget>
+#include <QTableWidget>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -31,7 +36,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <functional>
 #include <memory>
 
 using namespace TavroApi;
@@ -49,27 +53,17 @@ struct Snap {
     }
 };
 
-// A simulated unit, a control object and the pages, in the test process.
-struct Rig {
-    Rig() : unit(TavroSim::SimOptions()), server(unit) {
-        ok = !server.start("127.0.0.1", 0) && !control.init();
-    }
-    ~Rig() {
-        config.reset();
-        control.unitsDisconnect();
-        server.stop();
-    }
+// The configuration pages on a unit manager.
+struct Rig : SimControl {
+    ~Rig() { config.reset(); }
     // Connects, with odd values in the records that a page must not touch.
-    bool connect() {
+    bool start() {
         Configuration c = unit.configuration();
         setCharArray(c.name, "Bench 1");
         c.networkAddress = 0xC0A8010A;
         c.alarms[0].levelLow = 0.1f + 1e-7f;
         c.mqttPort = 1883;
-        if (unit.setConfiguration(c))
-            return false;
-        ZString url = "zoapn://127.0.0.1:" + ZString(unsigned(server.port()));
-        if (control.unitAdd(url, url) || control.unitsConnect())
+        if (unit.setConfiguration(c) || !connect())
             return false;
         MeasurementConfig m = unit.measurementConfig();
         m.triggerLevel = 1.0f / 3.0f;
@@ -100,42 +94,18 @@ struct Rig {
     void edit(const QString& label, const QString& text) {
         ZFormField* f = field(label);
         QVERIFY2(f, qPrintable(label));
-        if (auto* c = qobject_cast<ZFormCombo*>(f))
-            c->comboBox()->setCurrentIndex(c->choices().indexOf(text));
-        else if (auto* n = qobject_cast<ZFormNumber*>(f))
-            n->setText(text);
-        else if (auto* k = qobject_cast<ZFormKnob*>(f))
-            k->number()->setText(text);
-        else if (auto* t = qobject_cast<ZFormText*>(f))
-            t->setText(text);
-        else if (auto* a = qobject_cast<ZFormAddress*>(f))
-            a->setText(text);
-        else if (auto* d = qobject_cast<ZFormDuration*>(f))
-            d->setText(text);
+        if (auto* e = f->findChild<QLineEdit*>())
+            e->setText(text);
+        else
+            f->findChild<QComboBox*>()->setCurrentText(text);
     }
     QString text(const QString& label) const {
         ZFormField* f = field(label);
-        if (auto* c = qobject_cast<ZFormCombo*>(f))
-            return c->text();
-        if (auto* n = qobject_cast<ZFormNumber*>(f))
-            return n->text();
-        if (auto* k = qobject_cast<ZFormKnob*>(f))
-            return k->number()->text();
-        if (auto* t = qobject_cast<ZFormText*>(f))
-            return t->text();
-        if (auto* a = qobject_cast<ZFormAddress*>(f))
-            return a->text();
-        if (auto* d = qobject_cast<ZFormDuration*>(f))
-            return d->text();
-        return "?";
+        auto* e = f->findChild<QLineEdit*>();
+        return e ? e->text() : f->findChild<QComboBox*>()->currentText();
     }
     void save() { config->getButton("Save")->click(); }
-
-    TavroSim::SimUnit unit;
-    TavroSim::SimTcpServer server;
-    Control control;
     std::unique_ptr<WConfig> config;
-    bool ok;
 };
 
 const QStringList titles = {"Measurement Config",       "Measurement File Save Config",
@@ -143,26 +113,36 @@ const QStringList titles = {"Measurement Config",       "Measurement File Save C
                             "Tavro-40x Alarms",         "Tavro-40x MQTT",
                             "Tavro-40x Network Config", "Tavro-40x Wifi Config"};
 
+const QString loginFirst =
+    "Tavro-gui - Warning: Access denied. You need to be logged in to upload new firmware.";
+
 } // namespace
 
 class WConfigTest : public QObject {
     Q_OBJECT
 private slots:
+    void initTestCase() { Q_INIT_RESOURCE(tavro); }
     void init() {
-        QSettings settings("Korvel", "Tavro-gui");
-        settings.clear();
+        clearSettings();
+        messages.clear();
     }
+    // A test takes every message it expects.
+    void cleanup() { QCOMPARE(messages.texts(), QStringList()); }
     void formFields();
-    void durations_data();
     void durations();
     void disconnected();
-    void readsUnit();
     void saveChangesOnlyEdited();
     void invalidRefusedAndCancel();
     void presets();
     void wifiSearchAndSet();
     void fileSave();
     void generalCommands();
+    void channels();
+    void saveAndRestore();
+    void firmwareUpload();
+
+private:
+    GuiMessagesDouble messages;
 };
 
 void WConfigTest::formFields() {
@@ -199,7 +179,6 @@ void WConfigTest::formFields() {
     QCOMPARE(ZFormNumber::format(-2.25, 3), QString("-2.25"));
     QCOMPARE(ZFormNumber::format(4294967295.0, 0), QString("4294967295"));
     QCOMPARE(ZFormNumber::format(std::nan(""), 3), QString("nan"));
-
     // The mark at the field follows the input; a reload clears it.
     ZFormNumber n(0, 255, 0);
     n.setValue(7);
@@ -211,7 +190,6 @@ void WConfigTest::formFields() {
     n.setValue(8);
     QCOMPARE(n.shownError(), QString());
     QCOMPARE(n.lineEdit()->toolTip(), QString("0 to 255"));
-
     ZFormAddress a;
     uint32_t address = 0;
     for (const char* bad : {"300.1.1.1", "10.0.0.256", "1.2.3", "1.2.3.4.5", "a.b.c.d", ""}) {
@@ -225,7 +203,6 @@ void WConfigTest::formFields() {
     QCOMPARE(address, 0xC0A8010Au);
     a.setValue(0x0A000001);
     QCOMPARE(a.text(), QString("10.0.0.1"));
-
     // A 16-byte record takes 15 bytes and its zero, UTF-8 counted in bytes.
     ZFormText t(16);
     const QString e = QString::fromUtf8("\xc3\xa9");
@@ -240,7 +217,6 @@ void WConfigTest::formFields() {
         t.setText(x.text);
         QCOMPARE(t.error(), x.ok ? QString() : QString("At most 15 characters"));
     }
-
     // A value past the list is kept in an entry of its own.
     ZFormCombo c("Off,DHCP,Manual");
     c.setValue(5);
@@ -252,7 +228,6 @@ void WConfigTest::formFields() {
     QVERIFY(c.isModified());
     c.setValue(1);
     QCOMPARE(c.comboBox()->count(), 3);
-
     ZFormKnob k(0, 1000, 3);
     k.setValue(100);
     QCOMPARE(k.number()->text(), QString("100.0"));
@@ -265,48 +240,7 @@ void WConfigTest::formFields() {
     k.number()->setText("1001");
     QCOMPARE(k.error(), QString("Must be from 0.0 to 1000.0"));
     QCOMPARE(k.knob()->value(), 42.0);
-}
-
-void WConfigTest::durations_data() {
-    QTest::addColumn<double>("value");
-    QTest::addColumn<int>("unit");
-    QTest::addColumn<double>("rate");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<uint>("samples");
-    using D = ZFormDuration;
-    auto row = [](const char* name, double v, int unit, double rate, const char* err, uint n) {
-        QTest::newRow(name) << v << unit << rate << QString(err) << n;
-    };
-    row("samples", 1000, D::Samples, 0, "", 1000);
-    row("samples max", 4294967295.0, D::Samples, 0, "", 4294967295u);
-    row("samples past max", 4294967296.0, D::Samples, 0, "Longer than 4294967295 samples", 0);
-    row("samples part", 1.5, D::Samples, 4000, "A number of samples must be whole", 0);
-    row("micro seconds", 250000, D::MicroSeconds, 4000, "", 1000);
-    row("seconds", 0.25, D::Seconds, 4000, "", 1000);
-    row("minutes", 2, D::Minutes, 100, "", 12000);
-    row("hours", 1, D::Hours, 10, "", 36000);
-    row("hours too long", 2, D::Hours, 1e6, "Longer than 4294967295 samples", 0);
-    row("Hz", 50, D::Hz, 10000, "", 200);
-    row("Hz rounds", 3, D::Hz, 10, "", 3);
-    row("kHz", 2, D::KHz, 100000, "", 50);
-    row("Hz zero", 0, D::Hz, 10000, "A frequency must be above 0", 0);
-    row("shorter than a sample", 1, D::MicroSeconds, 4000, "Shorter than one sample", 0);
-    row("zero seconds", 0, D::Seconds, 4000, "", 0);
-    row("negative", -1, D::Seconds, 4000, "Must not be negative", 0);
-    row("no rate", 1, D::Seconds, 0, "Needs a sample rate above 0", 0);
-}
-
-void WConfigTest::durations() {
-    QFETCH(double, value);
-    QFETCH(int, unit);
-    QFETCH(double, rate);
-    QFETCH(QString, error);
-    QFETCH(uint, samples);
-    uint32_t n = 0;
-    QCOMPARE(ZFormDuration::toSamples(value, ZFormDuration::Unit(unit), rate, n), error);
-    QCOMPARE(n, samples);
-
-    // In a field: a change of unit keeps the duration.
+    // A change of unit keeps the duration.
     ZFormDuration d;
     d.setSampleRate(4000);
     d.setSamples(1000);
@@ -315,8 +249,45 @@ void WConfigTest::durations() {
     d.setUnit(ZFormDuration::Hz);
     QCOMPARE(d.text(), QString("4"));
     QVERIFY(d.isModified());
-    QVERIFY(d.samples(n));
-    QCOMPARE(n, 1000u);
+    uint32_t samples = 0;
+    QVERIFY(d.samples(samples));
+    QCOMPARE(samples, 1000u);
+}
+
+void WConfigTest::durations() {
+    using D = ZFormDuration;
+    const struct {
+        double value;
+        D::Unit unit;
+        double rate;
+        const char* error;
+        uint32_t samples;
+    } rows[] = {
+        {1000, D::Samples, 0, "", 1000},
+        {4294967295.0, D::Samples, 0, "", 4294967295u},
+        {4294967296.0, D::Samples, 0, "Longer than 4294967295 samples", 0},
+        {1.5, D::Samples, 4000, "A number of samples must be whole", 0},
+        {250000, D::MicroSeconds, 4000, "", 1000},
+        {0.25, D::Seconds, 4000, "", 1000},
+        {2, D::Minutes, 100, "", 12000},
+        {1, D::Hours, 10, "", 36000},
+        {2, D::Hours, 1e6, "Longer than 4294967295 samples", 0},
+        {50, D::Hz, 10000, "", 200},
+        {3, D::Hz, 10, "", 3}, // rounded
+        {2, D::KHz, 100000, "", 50},
+        {0, D::Hz, 10000, "A frequency must be above 0", 0},
+        {1, D::MicroSeconds, 4000, "Shorter than one sample", 0},
+        {0, D::Seconds, 4000, "", 0},
+        {-1, D::Seconds, 4000, "Must not be negative", 0},
+        {1, D::Seconds, 0, "Needs a sample rate above 0", 0},
+    };
+    for (const auto& r : rows) {
+        uint32_t n = 0;
+        const QString row = QString("%1 %2 %3: ").arg(r.value).arg(int(r.unit)).arg(r.rate);
+        const QString error = D::toSamples(r.value, r.unit, r.rate, n);
+        QCOMPARE(row + error + " " + QString::number(n),
+                 row + r.error + " " + QString::number(r.samples));
+    }
 }
 
 // Without a unit: defaults, the page list, nothing sent, the measurement
@@ -325,7 +296,6 @@ void WConfigTest::disconnected() {
     Rig r;
     QVERIFY(r.ok);
     r.make();
-    GuiMessagesDouble messages;
     QStringList list;
     for (int i = 0; i < r.config->pageCount(); i++)
         list << r.config->pageTitle(i);
@@ -338,18 +308,16 @@ void WConfigTest::disconnected() {
     r.config->showConfigItem(0);
     r.config->firmwareUpdate(true);
     QCOMPARE(r.config->getList()->currentRow(), 8);
-
     for (auto x :
          {std::make_pair("Frequency", "100.0"), std::make_pair("Amplitude", "5.0"),
           std::make_pair("Offset", "0.0"), std::make_pair("Duty", "0.5"),
           std::make_pair("Sample Rate (Hz)", "4000.0"), std::make_pair("Capture Duration", "1000"),
           std::make_pair("Measure Mode", "One Shot"), std::make_pair("Network Address", "0.0.0.0")})
         QCOMPARE(r.text(x.first), QString(x.second));
-
     r.edit("Unit Name", "Nowhere");
     r.edit("Capture Duration", "2000");
     r.save();
-    QCOMPARE(messages.texts(),
+    QCOMPARE(messages.take(),
              QStringList{
                  "Tavro-gui - Warning: No unit is connected: the unit configuration was not sent"});
     QCOMPARE(r.control.measurementConfig().numSamples0, 2000u);
@@ -358,23 +326,17 @@ void WConfigTest::disconnected() {
     QCOMPARE(r.text("Unit Name"), QString());
 }
 
-void WConfigTest::readsUnit() {
+// The records as read; then each edit changes exactly its member on the
+// unit, to the last bit of the floats around it.
+void WConfigTest::saveChangesOnlyEdited() {
     Rig r;
-    QVERIFY(r.ok && r.connect());
+    QVERIFY(r.ok && r.start());
     for (auto x :
          {std::make_pair("Unit Name", "Bench 1"), std::make_pair("Network Address", "192.168.1.10"),
           std::make_pair("MQTT Server Port", "1883"), std::make_pair("Alarm0 Level Low", "0.1"),
           std::make_pair("Frequency", "50.0"), std::make_pair("Amplitude", "1.235"),
           std::make_pair("Trigger Level", "0.333333"), std::make_pair("Capture Duration", "1000")})
         QCOMPARE(r.text(x.first), QString(x.second));
-}
-
-// Each edit changes exactly its member on the unit, to the last bit of the
-// floats around it.
-void WConfigTest::saveChangesOnlyEdited() {
-    Rig r;
-    QVERIFY(r.ok && r.connect());
-    GuiMessagesDouble messages;
     struct Case {
         const char* label;
         const char* text;
@@ -414,9 +376,7 @@ void WConfigTest::saveChangesOnlyEdited() {
         QCOMPARE(r.text(c.label), QString(c.text));
         QVERIFY2(!r.field(c.label)->isModified(), c.label);
     }
-    QCOMPARE(messages.texts(), QStringList());
     QCOMPARE(r.control.configuration().mqttPort, 65535u);
-
     // A duration in seconds follows the rate; processing sets its bit.
     Snap expected = r.snap();
     expected.m.numSamples0 = 10000;
@@ -433,8 +393,7 @@ void WConfigTest::saveChangesOnlyEdited() {
 
 void WConfigTest::invalidRefusedAndCancel() {
     Rig r;
-    QVERIFY(r.ok && r.connect());
-    GuiMessagesDouble messages;
+    QVERIFY(r.ok && r.start());
     const Snap before = r.snap();
     struct Case {
         const char* page;
@@ -454,13 +413,12 @@ void WConfigTest::invalidRefusedAndCancel() {
         {"Measurement Config", "Sample Rate (Hz)", "0", "Must be from 0.001 to 1000000.0"},
     };
     for (const Case& c : cases) {
-        messages.clear();
         r.config->showConfigItem(0);
         r.edit("Digital Mode", "Output"); // a valid edit that must not go either
         r.edit(c.label, c.text);
         QCOMPARE(r.field(c.label)->shownError(), QString(c.error));
         r.save();
-        QCOMPARE(messages.texts(),
+        QCOMPARE(messages.take(),
                  QStringList{QString("Tavro-gui - Warning: Cannot save: \"%1\" (%2): %3")
                                  .arg(c.label, c.page, c.error)});
         QCOMPARE(r.config->pageTitle(r.config->currentIndex()), QString(c.page));
@@ -471,16 +429,13 @@ void WConfigTest::invalidRefusedAndCancel() {
     }
     QCOMPARE(r.text("Network Address"), QString("192.168.1.10"));
     // After Cancel nothing is left to send.
-    messages.clear();
     r.save();
     QVERIFY(r.snap() == before);
-    QCOMPARE(messages.texts(), QStringList());
 }
 
 void WConfigTest::presets() {
     Rig r;
-    QVERIFY(r.ok && r.connect());
-    GuiMessagesDouble messages;
+    QVERIFY(r.ok && r.start());
     struct Case {
         const char* button;
         MeasureMode mode;
@@ -513,7 +468,6 @@ void WConfigTest::presets() {
     page->button("Read")->click();
     QCOMPARE(r.text("Sample Rate (Hz)"), QString("2000.0"));
     QCOMPARE(r.control.measurementConfig().sampleRate, 2000.0);
-
     // A measurement the unit refuses is shown, kept in the field and not
     // taken for the next capture.
     r.unit.faultErrorReply(18, ZError(22, "Invalid sample rate"));
@@ -521,18 +475,16 @@ void WConfigTest::presets() {
     r.save();
     QCOMPARE(r.control.measurementConfig().sampleRate, 2000.0);
     QVERIFY(r.field("Sample Rate (Hz)")->isModified());
-
     // "Clear Alarms" reaches the unit: its refusal is shown.
     r.unit.faultErrorReply(48, ZError(13, "Access denied: login required"));
     qobject_cast<ZFormPage*>(r.config->page(4))->button("Clear Alarms")->click();
-    QCOMPARE(messages.texts(), (QStringList{"Tavro-gui - Error: Invalid sample rate",
-                                            "Tavro-gui - Error: Access denied: login required"}));
+    QCOMPARE(messages.take(), (QStringList{"Tavro-gui - Error: Invalid sample rate",
+                                           "Tavro-gui - Error: Access denied: login required"}));
 }
 
 void WConfigTest::wifiSearchAndSet() {
     Rig r;
-    QVERIFY(r.ok && r.connect());
-    GuiMessagesDouble messages;
+    QVERIFY(r.ok && r.start());
     WConfigWifi* page = r.config->getWifiPage();
     page->button("Search")->click();
     QListWidget* list = page->accessPoints();
@@ -552,14 +504,11 @@ void WConfigTest::wifiSearchAndSet() {
     setCharArray(expected.c.wifiAp0, "Workshop");
     page->button("Save and Set")->click();
     QVERIFY(r.snap() == expected);
-    QCOMPARE(messages.texts(), QStringList());
-
     // A name too long for the record is refused before anything is sent.
     r.edit("Wifi Access Point Name", QString(32, 'w'));
     page->button("Save and Set")->click();
-    QCOMPARE(messages.texts(),
-             QStringList{"Tavro-gui - Warning: Cannot save: \"Wifi Access Point "
-                         "Name\" (Tavro-40x Wifi Config): At most 31 characters"});
+    QCOMPARE(messages.take(), QStringList{"Tavro-gui - Warning: Cannot save: \"Wifi Access Point "
+                                          "Name\" (Tavro-40x Wifi Config): At most 31 characters"});
     QVERIFY(r.snap() == expected);
 }
 
@@ -570,22 +519,19 @@ void WConfigTest::fileSave() {
     Rig r;
     QVERIFY(r.ok);
     r.make();
-    GuiMessagesDouble messages;
     WConfigFileSave* page = r.config->getFileSavePage();
     QCOMPARE(r.text("Raw File name"), QString("tavro_data_%{datetime}"));
     QCOMPARE(r.text("Processed File name"), QString("tavro_dataproc_%{datetime}"));
     QCOMPARE(r.text("Processed File type"), QString("tavd"));
     QVERIFY(!r.field("Raw File name")->isEnabled());
-
     page->rawSave()->setChecked(true);
     r.edit("File directory", dir.path() + "/none");
     r.save();
-    QCOMPARE(messages.texts(),
+    QCOMPARE(messages.take(),
              QStringList{QString("Tavro-gui - Warning: Cannot save: \"File directory\" "
                                  "(Measurement File Save Config): No such folder: %1/none")
                              .arg(dir.path())});
     QCOMPARE(r.control.fileRawSave().save, false);
-
     messages.fileAnswers << GuiMessagesDouble::FileAnswer{dir.path(), QString()};
     page->fileBrowser();
     QCOMPARE(messages.fileAsks.size(), 1);
@@ -599,9 +545,7 @@ void WConfigTest::fileSave() {
     r.edit("Raw File name", "a/b");
     QCOMPARE(r.field("Raw File name")->error(), QString("A file name must not hold \"/\""));
     r.edit("Raw File name", "run_%{datetime}");
-    messages.clear();
     r.save();
-    QCOMPARE(messages.texts(), QStringList());
     FileSave raw = r.control.fileRawSave();
     QVERIFY(raw.save);
     QCOMPARE(QString(raw.dir.str()), dir.path());
@@ -618,14 +562,13 @@ void WConfigTest::fileSave() {
 
 void WConfigTest::generalCommands() {
     Rig r;
-    QVERIFY(r.ok && r.connect());
-    GuiMessagesDouble messages;
+    QVERIFY(r.ok && r.start());
     ZFormPage* page = qobject_cast<ZFormPage*>(r.config->page(2));
     unsigned int links = r.unit.links();
     messages.answers << QMessageBox::No << QMessageBox::No << QMessageBox::No;
     for (const char* b : {"Reboot", "Factory Reset", "Calibrate DC"})
         page->button(b)->click();
-    QCOMPARE(messages.texts(),
+    QCOMPARE(messages.take(),
              (QStringList{"Question: Are you sure you want to reboot the unit?",
                           "Question: Are you sure you want to reset the unit to its factory "
                           "configuration (Unit will reboot after this)?",
@@ -633,23 +576,198 @@ void WConfigTest::generalCommands() {
                           "offsets of all analogue channels now?"}));
     QVERIFY(r.control.unitsConnected() && !r.unit.rebooting());
     QCOMPARE(r.unit.links(), links);
-
     // Calibrate DC, answered yes: the channels' offsets come back measured.
-    messages.clear();
     messages.answers << QMessageBox::Yes;
     page->button("Calibrate DC")->click();
-    QCOMPARE(messages.messages.size(), 1);
+    QCOMPARE(messages.take().size(), 1);
     QVERIFY(r.control.channelConfigs().size() > 0);
     QCOMPARE(r.control.channelConfigs()[0].calibOffset, r.unit.channelConfig(0).calibOffset);
     QVERIFY(r.unit.channelConfig(0).calibOffset != 0.0);
-
     page->button("Set Time")->click();
     page->button("Start Autonomous")->click();
-    QCOMPARE(messages.messages.size(), 1);
     QCOMPARE(r.unit.configuration().mode, Mode::Run);
     QCOMPARE(r.unit.mode(), Mode::Run);
     QCOMPARE(r.text("Autonomous Mode"), QString("Run"));
     QVERIFY(!r.control.setMode(Mode::Idle));
+}
+
+// The channel table: what a row shows, what Save sends (gain, numbers, cut
+// names), Cancel, and the refusal during a capture.
+void WConfigTest::channels() {
+    SimControl sim;
+    ChannelConfig c2 = sim.unit.channelConfig(2);
+    c2.pgaGain = 3.0;
+    setCharArray(c2.process, "Rms");
+    QVERIFY(sim.ok && sim.connect() && !sim.control.setChannelConfig(2, c2) &&
+            !sim.control.update());
+    WConfigChans page(sim.control);
+    QTableWidget* t = page.getTable();
+    QCOMPARE(t->rowCount(), sim.control.channelConfigs().size());
+    auto combo = [&](int row, int column) {
+        return qobject_cast<QComboBox*>(t->cellWidget(row, column))->currentText();
+    };
+    QCOMPARE(combo(2, WConfigChans::ColPgaGain), QString("1"));
+    QCOMPARE(combo(2, WConfigChans::ColProcess), QString("Rms"));
+    QCOMPARE(t->item(2, WConfigChans::ColType)->text(), QString("Analogue In"));
+    QCOMPARE(t->item(2, WConfigChans::ColName)->text(), QString(getCharArray(c2.name).str()));
+    QCOMPARE(t->item(2, WConfigChans::ColScale)->text(), QString("1"));
+    // Cancel shows the records again.
+    t->item(2, WConfigChans::ColName)->setText("edited");
+    page.getCancelButton()->click();
+    QCOMPARE(t->item(2, WConfigChans::ColName)->text(), QString(getCharArray(c2.name).str()));
+    const ChannelConfig c0 = sim.unit.channelConfig(0);
+    t->item(2, WConfigChans::ColName)->setText("ABCDEFGHIJKLMNOPQRS");
+    t->item(2, WConfigChans::ColUnits)->setText("kilopascal");
+    t->item(2, WConfigChans::ColScale)->setText("many");
+    t->item(2, WConfigChans::ColOffset)->setText(" -1.5 ");
+    qobject_cast<QCheckBox*>(t->cellWidget(2, WConfigChans::ColAttenuator))->setChecked(true);
+    page.getSaveButton()->click();
+    QCOMPARE(messages.texts(), QStringList());
+    const ChannelConfig s = sim.unit.channelConfig(2);
+    QVERIFY(s.pgaGain == 1.0 && s.scale == 0.0 && s.offset == -1.5 && s.attenuator == 1);
+    QCOMPARE(getCharArray(s.name), ZString("ABCDEFGHIJKLMNOP"));
+    QCOMPARE(getCharArray(s.siUnits), ZString("kilopasc"));
+    QCOMPARE(getCharArray(s.process), ZString("Rms"));
+    const ChannelConfig c0After = sim.unit.channelConfig(0);
+    QVERIFY(memcmp(&c0, &c0After, sizeof(c0)) == 0);
+    QCOMPARE(getCharArray(sim.control.channelConfigs()[2].name), ZString("ABCDEFGHIJKLMNOP"));
+    // A running capture: read-only, and Save says why it does nothing.
+    MeasurementConfig m = sim.control.measurementConfig();
+    m.measureMode = MeasureMode::Continuous;
+    sim.control.setMeasurement(m);
+    QVERIFY(!sim.control.measureStart(false));
+    page.update();
+    QVERIFY(!page.getSaveButton()->isEnabled());
+    QVERIFY(!(t->item(2, WConfigChans::ColName)->flags() & Qt::ItemIsEditable));
+    QVERIFY(!t->cellWidget(2, WConfigChans::ColEnable)->isEnabled());
+    page.save();
+    QCOMPARE(messages.take(),
+             QStringList{
+                 "Tavro-gui - Warning: The channels cannot be changed while a capture is running"});
+    QVERIFY(!sim.control.measureStop(1));
+}
+
+// The configuration file page: nothing without a unit, the save dialog and
+// file, and restores that are refused, fail, are declined and go through.
+void WConfigTest::saveAndRestore() {
+    SimControl sim(simOptions([](TavroSim::SimOptions& o) { o.rebootMs = 50; }));
+    QVERIFY(sim.ok);
+    WConfigSaveRestore page(sim.control);
+    QTemporaryDir dir;
+    const QString saved = dir.filePath("unit.zconfig");
+    page.getSaveButton()->click();
+    page.getRestoreButton()->click();
+    QVERIFY(messages.fileAsks.isEmpty());
+    QVERIFY(sim.connect());
+    Configuration config = sim.unit.configuration();
+    setCharArray(config.name, "Saved");
+    QVERIFY(!sim.unit.setConfiguration(config));
+    messages.fileAnswers << GuiMessagesDouble::FileAnswer{saved, QString()};
+    page.getSaveButton()->click();
+    QCOMPARE(messages.fileAsks.size(), 1);
+    const GuiMessagesDouble::FileAsk ask = messages.fileAsks[0];
+    QCOMPARE(int(ask.kind), int(GuiMessages::SaveFile));
+    QCOMPARE(ask.filter, QString("Tavro config [*.zconfig] (*.zconfig)"));
+    QVERIFY2(QRegularExpression("^tavro-config_T400-000001_[0-9_-]{19}\\.zconfig$")
+                 .match(ask.path)
+                 .hasMatch(),
+             qPrintable(ask.path));
+    QFile file(saved);
+    QVERIFY(file.open(QIODevice::ReadOnly) &&
+            file.readAll().startsWith("[file]\ntype: zconfig\nversion: 0\n[boardConfig]\n"));
+    auto write = [&](const char* name, const char* text) {
+        QFile f(dir.filePath(name));
+        return f.open(QIODevice::WriteOnly) && f.write(text) > 0 ? f.fileName() : QString();
+    };
+    const QString other = write("other.zconfig", "[file]\ntype: zconf\n[configuration]\nname: X\n");
+    const QString nameOnly =
+        write("name.zconfig", "[file]\ntype: zconfig\n[configuration]\nname: Only name\n");
+    setCharArray(config.name, "Changed");
+    QVERIFY(!sim.unit.setConfiguration(config));
+    auto restore = [&](const QString& name, QMessageBox::StandardButton answer) {
+        messages.clear();
+        messages.answers << answer;
+        messages.fileAnswers << GuiMessagesDouble::FileAnswer{name, QString()};
+        page.getRestoreButton()->click();
+        return messages.take();
+    };
+    const QString question = "Question: Are you sure you want to reload the configuration of the "
+                             "unit (Unit will reboot after this)?";
+    QCOMPARE(restore(other, QMessageBox::Yes), QStringList{"Error: Not a zconfig file"});
+    QCOMPARE(restore(saved, QMessageBox::No), QStringList{question});
+    QCOMPARE(getCharArray(sim.unit.configuration().name), ZString("Changed"));
+    // Only the name is listed: the first set call changes the name alone, the
+    // second fails and stops the restore before any reboot.
+    const MeasurementConfig measurement = sim.unit.measurementConfig();
+    sim.unit.faultErrorReply(TavroFn::setMeasurementConfig, ZError(22, "Refused"));
+    QCOMPARE(restore(nameOnly, QMessageBox::Yes),
+             (QStringList{question, "Error: Error setting Measurement config: Refused"}));
+    Configuration now = sim.unit.configuration();
+    QCOMPARE(getCharArray(now.name), ZString("Only name"));
+    setCharArray(now.name, "Changed");
+    QVERIFY(!memcmp(&now, &config, sizeof(now)));
+    const MeasurementConfig measurementNow = sim.unit.measurementConfig();
+    QVERIFY(!memcmp(&measurement, &measurementNow, sizeof(measurement)));
+    QVERIFY(!sim.control.getConfig(now)); // still linked: no reboot so far
+    sim.unit.faultErrorReply(0, ZError());
+    QCOMPARE(restore(saved, QMessageBox::Yes), QStringList{question});
+    QCOMPARE(getCharArray(sim.unit.configuration().name), ZString("Saved"));
+    QTRY_VERIFY_WITH_TIMEOUT(!sim.unit.serving(), 5000); // the reboot ended the link
+}
+
+// The firmware page: the unit's versions, the package's version once picked,
+// the refusal without a login, the version check and its force box, and an
+// upload that the unit installs at reboot.
+void WConfigTest::firmwareUpload() {
+    SimGui b;
+    QVERIFY(b.ok && b.connect());
+    WConfigFirmware page(b.control(), &b.gui);
+    page.update();
+    QCOMPARE(page.value("Software Version"), QString("1.0.8"));
+    QTemporaryDir tmp;
+    const QString dir = tmp.path();
+    const QString same = dir + "/tavro-40x-1.0.8.zfirm", next = dir + "/tavro-40x-2.7.9.zfirm";
+    QVERIFY(!zfirmWriteFile(same.toUtf8().constData(), zfirmBuildPackageAll({1, 0, 8}, 2000)));
+    QVERIFY(!zfirmWriteFile(next.toUtf8().constData(), zfirmBuildPackageAll({2, 7, 9}, 2000)));
+    messages.fileAnswers << GuiMessagesDouble::FileAnswer{dir + "/missing.zfirm", QString()}
+                         << GuiMessagesDouble::FileAnswer{next, QString()};
+    page.findChild<QPushButton*>("Browse")->click();
+    QCOMPARE(page.fileVersion(), QString("Invalid file"));
+    page.firmwareSelect();
+    QCOMPARE(page.fileVersion(), QString("2.7.9"));
+    QCOMPARE(messages.fileAsks[1].caption, QString("Firmware browser"));
+    QCOMPARE(messages.fileAsks[1].filter, QString("Firmware (tavro-40x-*.zfirm)"));
+    QCOMPARE(messages.fileAsks[1].path, dir + "/missing.zfirm");
+    QPushButton* all = page.findChild<QPushButton*>("Upload firmware");
+    all->click();
+    QCOMPARE(messages.take(), QStringList{loginFirst});
+    login(b.gui, "admin", "tavro");
+    QVERIFY(b.gui.isLoggedIn());
+    // The version the unit already runs: nothing goes unless forced.
+    page.firmwareSetFile(same);
+    page.findChild<QPushButton*>("Upload Cpu firmware")->click();
+    QCOMPARE(messages.messages.size(), 1);
+    QVERIFY(messages.take()[0].startsWith("Tavro-gui: The unit already runs firmware 1.0.8."));
+    page.findChild<QCheckBox*>()->setChecked(true);
+    page.findChild<QPushButton*>("Upload Cpu firmware")->click();
+    QCOMPARE(messages.take(),
+             QStringList{"Tavro-gui: Firmware upload complete, reboot to install"});
+    QCOMPARE(page.uploadFirmware(next, 37), ZError("Uknown platform"));
+    page.firmwareSetFile(next);
+    all->click();
+    QCOMPARE(messages.take(),
+             QStringList{"Tavro-gui: Firmware upload complete, reboot to install"});
+    b.unit.reboot();
+    QTRY_VERIFY_WITH_TIMEOUT(!b.unit.rebooting(), 5000);
+    QCOMPARE(page.value("Software Version"), QString("1.0.8")); // the page's copy until re-read
+    const TavroApi::NodeInfo info = b.unit.nodeInfo();
+    QCOMPARE(QString::asprintf("%u.%u.%u", info.softwareVersion.ver0, info.softwareVersion.ver1,
+                               info.softwareVersion.ver2),
+             QString("2.7.9"));
+    b.gui.unitsConnect(false);
+    messages.clear(); // what the window said of the reboot
+    page.findChild<QPushButton*>("Upload Wifi firmware")->click();
+    QCOMPARE(messages.take(), QStringList{loginFirst});
 }
 
 QTEST_MAIN(WConfigTest)

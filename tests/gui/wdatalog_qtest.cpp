@@ -2,10 +2,8 @@
 // the file list, downloads (raw, empty, cancelled, and a unit recording
 // converted to CSV and TDMS), every failure text, and deleting and formatting.
 
-#include "control.h"
 #include "guimessagesdouble.h"
-#include "simserver.h"
-#include "simunit.h"
+#include "simgui.h"
 #include "unitfiles.h"
 #include "wdatalog.h"
 
@@ -34,19 +32,12 @@ QByteArray readLocal(const QString& path) {
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
 }
 
-// A page on a unit manager connected to a simulated unit served on TCP.
-struct Rig {
-    explicit Rig(bool sdcard = false) : unit(options(sdcard)), server(unit) {
-        ok = !server.start("127.0.0.1", 0) && !control.init() &&
-             !control.unitAdd("unit1", "zoapn://127.0.0.1:" + ZString(unsigned(server.port()))) &&
-             !control.unitsConnect() && !control.update();
+// The page on a unit manager connected to a simulated unit.
+struct Rig : SimControl {
+    explicit Rig(bool sdcard = false)
+        : SimControl(simOptions([sdcard](TavroSim::SimOptions& o) { o.sdcard = sdcard; })) {
+        ok = ok && connect();
         page.update();
-    }
-    ~Rig() { control.unitsDisconnect(); }
-    static TavroSim::SimOptions options(bool sdcard) {
-        TavroSim::SimOptions o;
-        o.sdcard = sdcard;
-        return o;
     }
     void put(const char* name, size_t n, uint8_t fill = 0x5A) {
         unit.writeFile(ZString("/internal/data/") + name, std::vector<uint8_t>(n, fill));
@@ -72,12 +63,7 @@ struct Rig {
             list << n.str();
         return list;
     }
-
-    TavroSim::SimUnit unit;
-    TavroSim::SimTcpServer server{unit};
-    Control control;
     WDatalog page{control};
-    bool ok = false;
 };
 
 } // namespace
@@ -114,7 +100,6 @@ void WDatalogTest::devicesConfigurationAndSettings() {
     rig.control.unitsDisconnect();
     rig.page.getLogData()->setCurrentIndex(0);
     QCOMPARE(int(rig.control.configuration().logData) * 10 + rig.unit.configuration().logData, 3);
-
     rig.page.getCsvFormat()->setCurrentText("With Header");
     QCOMPARE(QSettings("Korvel", "Tavro-gui").value("dataLog/csvFormat").toString(),
              QString("With Header"));
@@ -138,7 +123,6 @@ void WDatalogTest::listAndDownload() {
     QVERIFY(QRegularExpression("^\\d{4}(-\\d\\d){2} \\d\\d(:\\d\\d){2}$")
                 .match(t->item(0, 1)->text())
                 .hasMatch());
-
     // No row, then a dialog cancelled: nothing is written.
     {
         GuiMessagesDouble messages;
@@ -158,7 +142,6 @@ void WDatalogTest::listAndDownload() {
     QCOMPARE(readLocal(b), QByteArray(1300, 0x5A));
     QCOMPARE(rig.download("empty.tavd", empty, QString()), QStringList());
     QCOMPARE(readLocal(empty), QByteArray(""));
-
     // Cancelled from the progress dialog: the unfinished file goes.
     const QString big = dir.filePath("big.tavd");
     QTimer::singleShot(0, [&] {
@@ -185,7 +168,6 @@ void WDatalogTest::recordingConverts() {
     QVERIFY(!rig.unit.readFile(("/internal/data/" + name).toUtf8().constData(), recorded));
     QVERIFY(recorded.size() > 4 * 512);
     QCOMPARE(int(recorded[16 + 14]), 0); // InfoBlock.fileType: Block512
-
     const QString raw = dir.filePath("raw.tavd");
     QCOMPARE(rig.download(name, raw, tavdFilter), QStringList());
     QCOMPARE(readLocal(raw),
@@ -281,7 +263,6 @@ void WDatalogTest::deleteAndFormat() {
         QCOMPARE(messages.texts(), QStringList({ask + r.question, ask + r.question}));
     }
     QCOMPARE(rig.unit.fileNames("/internal").number(), 1); // the format left only "data"
-
     rig.put("d.tavd", 10);
     rig.select("d.tavd");
     messages.clear();

@@ -1,23 +1,30 @@
 // The debug console (unit messages with their time, its bound, the command
-// line and its history) and the manual (every page and link, topics, the
-// status page's help button).
+// line and its history), the manual (every page and link, topics, the status
+// page's help button), and the calibration page against a simulated unit
+// that reports every stage it runs: the stages in order with the page's
+// settings, a failing stage, cancelling, and the refusals (no unit, a capture
+// running, no channel).
 
-#include "control.h"
-#include "gui.h"
 #include "guimessagesdouble.h"
 #include "helpwindow.h"
+#include "simgui.h"
+#include "wcalibrate.h"
 #include "wdebug.h"
 #include "wstatus.h"
 
+#include <QCheckBox>
+#include <QComboBox>
 #include <QDir>
+#include <QDoubleSpinBox>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QRegularExpression>
+#include <QSpinBox>
 #include <QTextBlock>
 #include <QTextBrowser>
 #include <QToolButton>
-#include <QVBoxLayout>
 #include <QtTest>
 
 // Stands for a main window that opens manual topics.
@@ -30,13 +37,56 @@ public:
     QStringList topics;
 };
 
+using namespace TavroApi;
+
+namespace {
+
+// The page on a connected unit whose messages it receives (the unit says
+// "Calibrate <stage>: done").
+struct Rig {
+    Rig()
+        : b(nullptr, simOptions([](TavroSim::SimOptions& o) { o.debug = true; })),
+          page(b.control()) {
+        ok = b.connect();
+        b.control().setDebugView(&page);
+    }
+    ~Rig() { b.control().setDebugView(nullptr); }
+    // Presses the button times times; its text before each press.
+    QStringList press(int times) {
+        QStringList texts;
+        for (int i = 0; i < times; i++) {
+            texts << page.getNextButton()->text();
+            page.getNextButton()->click();
+        }
+        return texts;
+    }
+    // The stages the unit reported, in order.
+    QStringList unitStages() const {
+        QStringList stages;
+        for (const QString& line : page.getMessages()->toPlainText().split('\n')) {
+            if (line.contains("] Calibrate "))
+                stages << line.section("] Calibrate ", 1).section(':', 0, 0);
+        }
+        return stages;
+    }
+    SimGui b;
+    WCalibrate page;
+    bool ok;
+};
+
+} // namespace
+
 class WDebugHelpTest : public QObject {
     Q_OBJECT
 private slots:
+    void init() { clearSettings(); }
     void console();
     void commandLine();
     void manualPages();
     void topics();
+    void calibrateChannels();
+    void calibrateBoard();
+    void calibrateRefusals();
 };
 
 void WDebugHelpTest::console() {
@@ -45,7 +95,6 @@ void WDebugHelpTest::console() {
     QCOMPARE(WDebug::messageLine(QTime(23, 0, 0), 99, "a\nb\xff"),
              QString("23:00:00.000 [Uknown] a\nb") + QChar(0xFFFD));
     QCOMPARE(WDebug::messageLine(QTime(0, 0, 0), -1, ""), QString("00:00:00.000 [Uknown] "));
-
     WDebug page;
     QSignalSpy received(&page, SIGNAL(messageReceived(int, QByteArray)));
     QVERIFY(QMetaObject::invokeMethod(&page, "sendMessageServe", Qt::QueuedConnection,
@@ -55,7 +104,6 @@ void WDebugHelpTest::console() {
     QVERIFY(QRegularExpression("^\\d\\d:\\d\\d:\\d\\d\\.\\d{3} \\[Wifi\\] Wifi connected$")
                 .match(page.getConsole()->toPlainText())
                 .hasMatch());
-
     for (int i = 0; i < WDebug::consoleLines + 10; i++)
         page.sendMessageServe(0, QByteArray::number(i));
     QCOMPARE(page.getConsole()->blockCount(), WDebug::consoleLines);
@@ -75,7 +123,6 @@ void WDebugHelpTest::commandLine() {
     QCOMPARE(page.getHistory(), QStringList({"status", "dump 1", "wifi scan"}));
     QVERIFY(line->text().isEmpty());
     QVERIFY(page.getConsole()->toPlainText().endsWith(" > wifi scan"));
-
     // Up and Down walk the history; past its end the typed line comes back.
     line->setText("draft");
     QStringList seen;
@@ -92,7 +139,6 @@ void WDebugHelpTest::commandLine() {
     }
     QCOMPARE(page.getHistory().size(), WDebug::historyMax);
     QCOMPARE(page.getHistory().first(), QString("c5"));
-
     // In a main window the command goes to the units through it.
     GuiMessagesDouble messages;
     Gui gui;
@@ -159,13 +205,107 @@ void WDebugHelpTest::topics() {
     }
     help.showContents();
     QCOMPARE(help.currentTopic(), QString("index"));
-
     // The status page's help button asks its window for its topic.
     Control control;
     TopicWindow window;
     WStatus* status = new WStatus(control, &window);
     status->findChild<QToolButton*>("help")->click();
     QCOMPARE(window.topics, QStringList{"status"});
+}
+
+void WDebugHelpTest::calibrateChannels() {
+    GuiMessagesDouble messages;
+    Rig r;
+    QVERIFY(r.ok);
+    for (int c : {1, 3, 6})
+        r.page.getChannel(c)->setChecked(false);
+    r.page.getAmplitude()->setValue(2.5);
+    r.page.getFrequency()->setValue(50);
+    QCOMPARE(r.press(4), QStringList({"Start", "Next", "Next", "Next"}));
+    QCOMPARE(r.page.stateText(), QString("Stage 4 of 4: Measure the channel scales"));
+    QCOMPARE(r.page.instruction(),
+             QString("Connect the reference of 2.5 V at 50 Hz (0 Hz: DC) to each selected input."));
+    QVERIFY(!r.page.getProcedureBox()->isEnabled());
+    CalibrateInfo info = r.page.stageInfo(3);
+    QCOMPARE(info.stage, uint32_t(CalibrateStage::ChanScaling));
+    QCOMPARE(info.channelMask, 0xB5u);
+    QCOMPARE(info.value, 2.5);
+    QCOMPARE(info.calibrateFrequency, 50.0);
+    QCOMPARE(info.calibrateTime, 1.0); // 1000 samples at 1000 Hz
+    QCOMPARE(r.page.stageTimeoutUs(3), 11000000u);
+    // A stage the unit refuses stays the current one until it passes.
+    r.b.unit.faultErrorReply(94, ZError(22, "Invalid value"));
+    r.press(1);
+    QCOMPARE(messages.texts(), QStringList{"Tavro-gui - Error: Calibration stage \"Measure the "
+                                           "channel scales\" failed: Invalid value"});
+    QCOMPARE(r.page.currentStage(), 3);
+    r.b.unit.faultErrorReply(0, ZError());
+    r.press(1);
+    QCOMPARE(r.page.stateText(), QString("Calibration complete"));
+    QCOMPARE(r.page.getNextButton()->text(), QString("Start"));
+    QVERIFY(r.page.getProcedureBox()->isEnabled() && !r.page.getCancelButton()->isEnabled());
+    // Only the selected channels carry the unit's offsets and scales.
+    for (int c = 0; c < 8; c++) {
+        ChannelConfig ch = r.b.unit.channelConfig(c);
+        bool on = 0xB5 & (1 << c);
+        QCOMPARE(ch.calibOffset == 0.0004 * (c + 1) - 0.0018, on);
+        QCOMPARE(ch.calibScale == 1.0 + 0.0004 * ((c * 5) % 7) - 0.0012, on);
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(r.unitStages(),
+                              QStringList({"ChanClear", "ChanOffsets", "ChanScaling"}), 10000);
+}
+
+void WDebugHelpTest::calibrateBoard() {
+    GuiMessagesDouble messages;
+    Rig r;
+    QVERIFY(r.ok);
+    r.page.getProcedureBox()->setCurrentIndex(WCalibrate::ProcedureBoard);
+    r.page.getFiveVolts()->setValue(5.0123);
+    r.page.getSettle()->setValue(100);
+    QCOMPARE(r.page.stageInfo(1).calibrateTime, 100.0);
+    QCOMPARE(r.page.stageTimeoutUs(1), 110000000u);
+    QCOMPARE(r.page.stageTimeoutUs(0), 10000000u);
+    // Cancelled after two stages, then run from the start to the end.
+    r.press(3);
+    r.page.getCancelButton()->click();
+    QCOMPARE(r.page.currentStage(), -1);
+    QCOMPARE(r.page.getNextButton()->text(), QString("Start"));
+    r.press(11);
+    QCOMPARE(r.page.stateText(), QString("Calibration complete"));
+    QCOMPARE(r.b.unit.boardConfig().calibFiveVolts, 5.0123);
+    QTRY_COMPARE_WITH_TIMEOUT(
+        r.unitStages(),
+        QStringList({"Clear", "Clear", "AdcOffsets", "DacOffsets", "DacScaling0", "DacScaling1",
+                     "AdcScaling", "AttenScaling", "geFiveVolts", "AdcScalingWithAtten"}),
+        10000);
+    QCOMPARE(messages.texts(), QStringList());
+}
+
+void WDebugHelpTest::calibrateRefusals() {
+    GuiMessagesDouble messages;
+    SimGui b;
+    QVERIFY(b.ok);
+    WCalibrate page(b.control());
+    page.getNextButton()->click(); // no unit
+    QVERIFY(b.connect());
+    for (int c = 0; c < 8; c++)
+        page.getChannel(c)->setChecked(false);
+    page.getNextButton()->click(); // no channel
+    page.getChannel(7)->setChecked(true);
+    page.getNextButton()->click();
+    page.getNextButton()->click();
+    QCOMPARE(page.currentStage(), 1);
+    b.gui.run();
+    page.getNextButton()->click(); // a capture runs
+    QCOMPARE(page.currentStage(), 1);
+    b.gui.doStop();
+    page.getNextButton()->click();
+    QCOMPARE(page.currentStage(), 2);
+    QCOMPARE(messages.texts(),
+             QStringList({"Tavro-gui - Error: Not connected to any units",
+                          "Tavro-gui - Error: Select at least one channel to calibrate",
+                          "Tavro-gui - Error: Calibration is not possible while a capture is "
+                          "running: stop the capture first"}));
 }
 
 QTEST_MAIN(WDebugHelpTest)

@@ -3,7 +3,7 @@
 // as the application runs them; and the mDNS answer to good and hostile
 // queries, read back by the application's own discovery parser.
 #include "comms/mdns_builder.h"
-#include "sim/simlinkclient.h"
+#include "simharness.h"
 #include "simmdns.h"
 #include "simpty.h"
 #include "simserver.h"
@@ -12,35 +12,16 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <random>
-#include <thread>
 
 using namespace TavroSim;
 using mdnstest::DnsBuilder;
-using simlinktest::Connection;
-using simlinktest::readAndCapture;
+using simtest::Connection;
+using simtest::eventually;
+using simtest::readAndCapture;
 using Bytes = std::vector<uint8_t>;
 
 namespace {
-
-SimOptions options(const char* serial, const char* software) {
-    SimOptions o;
-    o.serial = serial;
-    o.software = software;
-    o.rebootMs = 100;
-    return o;
-}
-
-template <class F>
-bool eventually(F done, int ms = 5000) {
-    for (auto t0 = std::chrono::steady_clock::now(); !done();) {
-        if (std::chrono::steady_clock::now() - t0 > std::chrono::milliseconds(ms))
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
 
 // A TCP connection to the unit that is refused: accepted, then closed at once.
 void expectRefused(unsigned short port) {
@@ -55,14 +36,18 @@ void expectRefused(unsigned short port) {
 
 } // namespace
 
-TEST(SimTcpServer, OneClientAtATimeCapturesReconnectsAndComesBackAfterAReboot) {
-    SimUnit unit(options("T400-004711", "1.0.8"));
-    ASSERT_FALSE(unit.status()) << unit.status().string.str();
+// One client at a time across the unit's TCP server and pty; after a reboot
+// the unit takes the next one, and stopping the server drops its client.
+TEST(SimLinks, OneClientAtATimeOverTcpAndPtyAndBackAfterAReboot) {
+    SimOptions o;
+    o.serial = "T400-004711";
+    o.rebootMs = 100;
+    SimUnit unit(o);
     SimTcpServer server(unit);
-    ZError e = server.start("127.0.0.1", 0);
-    ASSERT_FALSE(e) << e.string.str();
+    SimPty pty(unit);
+    ASSERT_FALSE(server.start("127.0.0.1", 0) || pty.start());
     ASSERT_NE(server.port(), 0);
-    EXPECT_EQ(server.address(), 0x7F000001u);
+    ASSERT_EQ(pty.path().subString(0, 9), ZString("/dev/pts/"));
 
     Connection a;
     ASSERT_FALSE(a.openTcp(server.port()));
@@ -72,47 +57,31 @@ TEST(SimTcpServer, OneClientAtATimeCapturesReconnectsAndComesBackAfterAReboot) {
     EXPECT_EQ(server.refused(), 1u);
     TavroApi::NodeStatus status;
     EXPECT_FALSE(a.client.getStatus(status)) << "the first client lost its unit";
-
     a.close();
     ASSERT_TRUE(eventually([&] { return server.sessions() == 1 && !server.serving(); }));
-    Connection c;
-    ASSERT_FALSE(c.openTcp(server.port()));
-    readAndCapture(c.client, "T400-004711", "1.0.8", 40);
 
-    // A reboot drops the client; the unit comes back and takes the next one.
+    Connection b;
+    ASSERT_FALSE(b.openSerial(pty.path()));
+    readAndCapture(b.client, "T400-004711", "1.0.8", 40);
+    expectRefused(server.port());
+    b.close();
+    ASSERT_TRUE(eventually([&] { return pty.sessions() == 1 && !unit.serving(); }));
+
+    Connection c;
+    TavroApi::NodeInfo info;
+    ASSERT_FALSE(c.openTcp(server.port()) || c.client.getNodeInfo(info));
     unit.reboot();
     EXPECT_TRUE(c.endedWith(-32)) << c.ended;
     // The server's side of the session may still be closing: a client that
-    // came now would be refused as a second one.
-    ASSERT_TRUE(eventually([&] { return server.sessions() == 2 && !server.serving(); }));
+    // came now would be refused as a second one. (The refusal during the pty
+    // client was a session of the server's.)
+    ASSERT_TRUE(eventually([&] { return server.sessions() == 3 && !server.serving(); }));
     Connection d;
     ASSERT_FALSE(d.openTcp(server.port()));
-    TavroApi::NodeInfo info;
     EXPECT_FALSE(d.client.getNodeInfo(info));
-
-    // Stopping with a client connected drops it and joins every thread.
     server.stop();
     EXPECT_TRUE(d.endedWith(-32)) << d.ended;
     EXPECT_FALSE(server.serving());
-}
-
-TEST(SimPty, SerialClientsOneAfterAnotherAndTcpRefusedMeanwhile) {
-    SimUnit unit(options("T400-000815", "1.0.7"));
-    SimPty pty(unit);
-    ASSERT_FALSE(pty.start());
-    ASSERT_EQ(pty.path().subString(0, 9), ZString("/dev/pts/"));
-    SimTcpServer server(unit);
-    ASSERT_FALSE(server.start("127.0.0.1", 0));
-    for (unsigned int round = 1; round <= 2; round++) {
-        Connection a;
-        ZError e = a.openSerial(pty.path());
-        ASSERT_FALSE(e) << e.string.str();
-        readAndCapture(a.client, "T400-000815", "1.0.7", round == 1 ? 1000 : 40);
-        // The unit has one client across all its links.
-        expectRefused(server.port());
-        a.close();
-        EXPECT_TRUE(eventually([&] { return pty.sessions() == round; }));
-    }
     pty.stop();
     EXPECT_TRUE(pty.path().isEmpty());
 }
@@ -174,14 +143,9 @@ TEST(SimMdns, AnswersWellFormedQueriesForTheServiceAsTheDiscoveryReadsThem) {
     const std::vector<std::pair<Bytes, std::string>> cases = {
         {query(0, {"_TAVRO", "_Tcp", "LOCAL"}, 255, 1), "ignored"}, // answered, as it was asked
         {query(0x8000, {"_tavro", "_tcp", "local"}), ""},           // a response
-        {query(0x0800, {"_tavro", "_tcp", "local"}), ""},           // another opcode
-        {query(0x0001, {"_tavro", "_tcp", "local"}), ""},           // a response code
         {query(0, {"_http", "_tcp", "local"}), ""},
-        {query(0, {"_tavro", "_tcp", "local", "x"}), ""},
         {query(0, {"_tavro", "_tcp", "local"}, 1), ""},        // type A
-        {query(0, {"_tavro", "_tcp", "local"}, 12, 3), ""},    // class CH
         {query(0, {long63, long63, long63, long63, "x"}), ""}, // a name of 257 bytes
-        {DnsBuilder().header(1, 0, 0, 0, 0, 0).bytes, ""},
         {DnsBuilder().header(1, 0, 2, 0, 0, 0).question().bytes, ""},
         {DnsBuilder().header(1, 0, 1, 0, 0, 0).ptr(12).u16(12).u16(1).bytes, ""}, // self
         {DnsBuilder().header(1, 0, 1, 0, 0, 0).ptr(14).u32(0).u16(0).bytes, ""},  // forwards
