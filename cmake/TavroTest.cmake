@@ -16,6 +16,8 @@ function(tavro_add_gtest name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   add_test(NAME ${name} COMMAND ${T_WRAPPER} $<TARGET_FILE:${name}>
            WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+  # Each test's own scratch folder, there before it runs.
+  file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/tmp-${name})
   set(env "TAVRO_TEST_TMP=${CMAKE_CURRENT_BINARY_DIR}/tmp-${name}" ${T_ENV})
   if(TAVRO_SANITIZE)
     list(APPEND env "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=1"
@@ -112,6 +114,7 @@ function(tavro_add_qtest name)
   set_tests_properties(${name}_settings PROPERTIES TIMEOUT 30 FIXTURES_SETUP ${name}_settings)
 
   add_test(NAME ${name} COMMAND $<TARGET_FILE:${name}> WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+  file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/tmp-${name})
   set(env "QT_QPA_PLATFORM=offscreen" "XDG_RUNTIME_DIR=${runtime}" "XDG_CONFIG_HOME=${config}"
           "TAVRO_TEST_TMP=${CMAKE_CURRENT_BINARY_DIR}/tmp-${name}" ${T_ENV})
   if(TAVRO_SANITIZE)
