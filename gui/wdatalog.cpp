@@ -429,40 +429,34 @@ void WDatalog::deleteFile() {
     refresh();
 }
 
-void WDatalog::deleteAllFiles() {
+template <class F>
+void WDatalog::storageCommand(const QString& ask, const QString& askEnd, const QString& failure,
+                              F command) {
     TavroUnit1* unit = obusy ? nullptr : master();
     if (!unit)
         return;
-    const QString where = toQString(root());
-    if (GuiMessages::question(this, "Question",
-                              "Are you sure you want to delete all data files on Tavro: " + where +
-                                  " ?") != QMessageBox::Yes)
+    if (GuiMessages::question(this, "Question", ask + toQString(root()) + askEnd) !=
+        QMessageBox::Yes)
         return;
     ZError err;
     {
         WaitCursor wait;
-        err = UnitFiles(*unit).removeAll(root());
+        UnitFiles files(*unit);
+        err = command(files, root());
     }
     if (err)
-        showError("Cannot delete all data files on Tavro: " + toQString(err.str()));
+        showError(failure + toQString(err.str()));
     refresh();
 }
 
+void WDatalog::deleteAllFiles() {
+    storageCommand("Are you sure you want to delete all data files on Tavro: ", " ?",
+                   "Cannot delete all data files on Tavro: ",
+                   [](UnitFiles& files, const ZString& root) { return files.removeAll(root); });
+}
+
 void WDatalog::format() {
-    TavroUnit1* unit = obusy ? nullptr : master();
-    if (!unit)
-        return;
-    const QString where = toQString(root());
-    if (GuiMessages::question(this, "Question",
-                              "Are you sure you want to format file system on Tavro " + where +
-                                  " ?") != QMessageBox::Yes)
-        return;
-    ZError err;
-    {
-        WaitCursor wait;
-        err = UnitFiles(*unit).format(root());
-    }
-    if (err)
-        showError("Cannot format file system on Tavro: " + toQString(err.str()));
-    refresh();
+    storageCommand("Are you sure you want to format file system on Tavro ", " ?",
+                   "Cannot format file system on Tavro: ",
+                   [](UnitFiles& files, const ZString& root) { return files.format(root); });
 }

@@ -91,6 +91,11 @@ private:
     // Cancel; false once cancelled.
     bool progressStep(QProgressDialog& dialog, uint64_t done, uint64_t total);
     void showError(const QString& text);
+    // Asks ask + root + askEnd; on Yes runs command on the storage root and
+    // shows failure + the error when it fails.
+    template <class F>
+    void storageCommand(const QString& ask, const QString& askEnd, const QString& failure,
+                        F command);
 
     Control& ocontrol;
     QComboBox* ologData;
