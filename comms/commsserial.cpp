@@ -8,11 +8,29 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 namespace TavroApi {
 
-CommsSerial::CommsSerial() : ofd(-1) {}
+// Marks one call as using the descriptor for its lifetime. The count goes up
+// before `closing` is read, and disconnect() sets `closing` before it reads
+// the count, so either the call sees `closing` or disconnect() waits for it.
+class CommsSerial::Use {
+public:
+    explicit Use(CommsSerial& comms) : c(comms) {
+        c.ousers++;
+        ok = c.ofd >= 0 && !c.oclosing;
+    }
+    ~Use() { c.ousers--; }
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+    CommsSerial& c;
+    bool ok;
+};
+
+CommsSerial::CommsSerial() : ofd(-1), owake{-1, -1}, ousers(0), oclosing(false) {}
 
 CommsSerial::~CommsSerial() {
     disconnect();
@@ -28,11 +46,16 @@ ZError CommsSerial::connect(const ZString& device) {
         disconnect();
     // Opened without waiting for the modem lines and without becoming the
     // process's controlling terminal; switched to blocking below.
-    ofd = ::open(device.str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (ofd < 0) {
-        ofd = -1;
+    int fd = ::open(device.str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return ZError(1, "Unable to open serial port");
+    if (::pipe2(owake, O_CLOEXEC | O_NONBLOCK) != 0) {
+        ::close(fd);
+        owake[0] = owake[1] = -1;
         return ZError(1, "Unable to open serial port");
     }
+    oclosing = false;
+    ofd = fd;
     struct termios tio;
     memset(&tio, 0, sizeof(tio));
     tcgetattr(ofd, &tio);
@@ -53,9 +76,20 @@ ZError CommsSerial::connect(const ZString& device) {
 }
 
 ZError CommsSerial::disconnect() {
-    if (ofd >= 0)
+    if (ofd >= 0 && !oclosing.exchange(true)) {
+        // Wakes a reader in poll; a writer blocked on a full queue is woken
+        // by the flush of output below.
+        char c = 0;
+        while (::write(owake[1], &c, 1) < 0 && errno == EINTR) {
+        }
+        tcflush(ofd, TCOFLUSH);
+        while (ousers > 0)
+            delayMs(1);
         ::close(ofd);
-    ofd = -1;
+        ::close(owake[0]);
+        ::close(owake[1]);
+        ofd = owake[0] = owake[1] = -1;
+    }
     return ZComms::disconnect();
 }
 
@@ -67,17 +101,46 @@ unsigned int CommsSerial::pending() const {
 }
 
 unsigned int CommsSerial::readAvailable() {
-    if (!oconnected || ofd < 0)
+    Use use(*this);
+    if (!oconnected || !use.ok)
         return 0;
     return pending();
 }
 
+ZError CommsSerial::pollInput(int64_t timeoutUs, bool& hungUp) {
+    ZPoll poll;
+    poll.append(ofd, POLLIN);
+    poll.append(owake[0], POLLIN);
+    int fd = -1, events = 0;
+    ZError err = poll.doPollEvents(fd, events, timeoutUs);
+    if (oclosing)
+        return ZError(1, "Not connected");
+    hungUp = !err && (events & (POLLERR | POLLHUP | POLLNVAL));
+    return err;
+}
+
 ZError CommsSerial::read(void* data, unsigned int n, unsigned int& got) {
     got = 0;
-    if (ofd < 0)
+    Use use(*this);
+    if (!use.ok)
         return ZError(1, "Read error: not connected");
+    typedef std::chrono::steady_clock Clock;
+    const bool forever = otimeout == WaitForever;
+    const Clock::time_point deadline = Clock::now() + std::chrono::microseconds(otimeout);
     char* p = static_cast<char*>(data);
     while (got < n) {
+        int64_t leftUs = -1;
+        if (!forever) {
+            leftUs = std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now())
+                         .count();
+            if (leftUs < 0)
+                leftUs = 0;
+        }
+        // A hang-up is left to read() below, which names the error.
+        bool hungUp = false;
+        ZError err = pollInput(leftUs, hungUp);
+        if (err)
+            return err;
         ssize_t r = ::read(ofd, p + got, n - got);
         if (r < 0 && errno == EINTR)
             continue;
@@ -91,7 +154,8 @@ ZError CommsSerial::read(void* data, unsigned int n, unsigned int& got) {
 
 ZError CommsSerial::write(const void* data, unsigned int n, unsigned int& written) {
     written = 0;
-    if (ofd < 0)
+    Use use(*this);
+    if (!use.ok)
         return ZError(1, "Write error: not connected");
     ssize_t r = ::write(ofd, data, n);
     if (r < 1)
@@ -101,13 +165,12 @@ ZError CommsSerial::write(const void* data, unsigned int n, unsigned int& writte
 }
 
 ZError CommsSerial::wait(unsigned int, unsigned int timeoutUs, unsigned int) {
-    if (!oconnected)
+    Use use(*this);
+    if (!oconnected || !use.ok)
         return ZError(1, "Not connected");
-    ZPoll poll;
-    poll.append(ofd, POLLIN);
-    int fd = -1, events = 0;
-    ZError err = poll.doPollEvents(fd, events, timeoutUs == WaitForever ? -1 : int64_t(timeoutUs));
-    if (!err && (events & (POLLERR | POLLHUP | POLLNVAL)))
+    bool hungUp = false;
+    ZError err = pollInput(timeoutUs == WaitForever ? -1 : int64_t(timeoutUs), hungUp);
+    if (!err && hungUp)
         return ZError(1, "Poll error");
     return err;
 }

@@ -121,6 +121,29 @@ TEST_F(SerialPair, UnitGoneIsAPollErrorAndAReadError) {
     EXPECT_GT(e.string.len(), 12);
 }
 
+// A unit that stops mid-packet must not hold the reader for ever, and a
+// disconnect must wake a reader that waits without a time-out.
+TEST_F(SerialPair, StalledReadTimesOutAndDisconnectWakesAReader) {
+    ASSERT_FALSE(serial.connect(ZString(path.c_str())));
+    serial.setTimeout(50000);
+    unitSends("ZU\x10");
+    char buf[12];
+    unsigned int got = 0;
+    EXPECT_EQ(serial.read(buf, 12, got), ZError(-110, "Timeout"));
+    EXPECT_EQ(got, 3u);
+    serial.setTimeout(ZComms::WaitForever);
+    ZError readErr, waitErr;
+    std::thread reader([&] { readErr = serial.read(buf, 12, got); });
+    std::thread waiter([&] { waitErr = serial.wait(2, ZComms::WaitForever, 1); });
+    usleep(50000);
+    EXPECT_FALSE(serial.disconnect());
+    reader.join();
+    waiter.join();
+    EXPECT_EQ(readErr, ZError(1, "Not connected"));
+    EXPECT_EQ(waitErr, ZError(1, "Not connected"));
+    EXPECT_EQ(serial.read(buf, 1, got), ZError(1, "Read error: not connected"));
+}
+
 TEST(CommsSerial, FailuresWhenNotConnected) {
     CommsSerial serial;
     EXPECT_EQ(serial.connect("/nonexistent/tty"), ZError(1, "Unable to open serial port"));
