@@ -62,8 +62,12 @@ ZError ZFirmwareUpload::send(ZFile& file, const ZString& target, int64_t offset,
         if (!err && !report(text, double(done) / double(total)))
             err = ZError("Upload cancelled");
     }
-    // The unit file is closed on every path, also after a failure.
+    // The unit file is closed on every path, also after a failure. A unit
+    // installs whatever it holds under the target's name at its next reboot,
+    // so a part-written image is deleted again.
     ZError closeErr = ounit->fileClose(handle);
+    if (err || closeErr)
+        ounit->fileDelete(target);
     return err ? err : closeErr;
 }
 

@@ -27,7 +27,9 @@ class Tavro;
 // file", "Currupt firmware file" (a section header without the magic, or
 // "Currupt firmware file: section runs past the end of the file" for a
 // length beyond the end), "Upload cancelled"; the unit's own errors as it
-// gives them. Blocks the calling thread.
+// gives them. After a failure or a cancel part way through, the unit file is
+// closed and deleted, so the unit has nothing to install. Blocks the calling
+// thread.
 class ZFirmwareUpload {
 public:
     // Text and fraction done (0 to 1); returning false cancels the upload.

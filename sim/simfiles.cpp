@@ -266,6 +266,12 @@ ZError SimFiles::close(unsigned int handle) {
 }
 
 ZError SimFiles::remove(const ZString& path) {
+    if (isFirmware(path)) {
+        for (const Handle& h : ohandles)
+            if (h.used && h.path == path.str())
+                return ZError(16, "File is open");
+        return ofirmware.erase(path.str()) ? ZError() : noSuchFile();
+    }
     std::string p;
     ZError err = check(path, p);
     if (err)

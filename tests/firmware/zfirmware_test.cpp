@@ -62,6 +62,11 @@ public:
         log += "close " + std::to_string(handle) + ";";
         return ZError();
     }
+    ZError fileDeleteServe(const ZString& path) override {
+        std::lock_guard<std::mutex> lock(m);
+        log += std::string("delete ") + path.str() + ";";
+        return ZError();
+    }
     std::mutex m;
     std::string log;
     Bytes data; // of every upload
@@ -119,8 +124,8 @@ TEST(Firmware, ValidationAndUpdateCheck) {
 }
 
 // The wanted section, found after another platform's, goes in pieces of at
-// most 512 bytes; bad packages are refused; the unit's file is closed even
-// when the upload is cancelled half way.
+// most 512 bytes; bad packages are refused; the unit's file is closed and
+// deleted when the upload is cancelled half way.
 TEST(Firmware, UploadToARecordingUnit) {
     zoaptest::TavroPair<Recorder> pair(zoaptest::Transport::Tcp, true);
     ASSERT_FALSE(pair.joined);
@@ -149,7 +154,8 @@ TEST(Firmware, UploadToARecordingUnit) {
         EXPECT_EQ(Bytes(pair.unit.data.begin(), pair.unit.data.end() - 512),
                   Bytes(pkg.begin() + long(at), pkg.end()));
         EXPECT_EQ(pair.unit.pieces, (std::vector<uint32_t>{512, 512, 512, 164, 512}));
-        EXPECT_EQ(pair.unit.log, "open FirmwareCpu w;close 7;open FirmwareCpu w;close 7;");
+        EXPECT_EQ(pair.unit.log,
+                  "open FirmwareCpu w;close 7;open FirmwareCpu w;close 7;delete FirmwareCpu;");
     }
 
     const Bytes fpgaOnly = zfirmBuildPackage(V123, {{ZFirmwarePlatformFpga, image(35, 700)}});
@@ -186,12 +192,19 @@ TEST(Firmware, SimulatedUnitInstallsAtReboot) {
     for (uint32_t p : {ZFirmwarePlatformCpu, ZFirmwarePlatformFpga, ZFirmwarePlatformWifi})
         ASSERT_FALSE(ZFirmwareUpload(group.unitMaster()).upload(file, p)) << p;
     EXPECT_EQ(sim.unit.nodeInfo().softwareVersion.ver1, 0); // not before the reboot
+    // A cancelled upload takes back what the unit had staged for its target.
+    const Version wifiBefore = sim.unit.nodeInfo().wifiVersion;
+    ZFirmwareUpload cancelled(group.unitMaster());
+    cancelled.setProgress([](const ZString&, double done) { return done < 0.5; });
+    EXPECT_EQ(cancelled.upload(file, ZFirmwarePlatformWifi), ZError("Upload cancelled"));
     group.unitMaster()->factoryReset(false, false);
     group.unitsDisconnect();
     ASSERT_TRUE(unitstest::eventually([&] { return !sim.unit.rebooting(); }));
     ASSERT_FALSE(group.unitsConnect());
     NodeInfo info;
     ASSERT_FALSE(group.unitMaster()->getNodeInfo(info));
-    for (const Version& v : {info.softwareVersion, info.fpgaVersion, info.wifiVersion})
+    for (const Version& v : {info.softwareVersion, info.fpgaVersion})
         EXPECT_EQ(ZString().printf("%u.%u.%u", v.ver0, v.ver1, v.ver2), "2.7.9");
+    EXPECT_EQ(info.wifiVersion.ver1, wifiBefore.ver1);
+    EXPECT_EQ(info.wifiVersion.ver2, wifiBefore.ver2);
 }
