@@ -21,6 +21,7 @@
 #include <QSignalBlocker>
 #include <QTableWidget>
 #include <QTemporaryFile>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -35,6 +36,7 @@ const char* const Filters[] = {"Tavro raw data [*.tavd] (*.tavd)",
                                "Comma seperated values [*.csv] (*.csv)",
                                "NI Labview [*.tdms] (*.tdms)", "Any file [*] (*)"};
 const char* const FilterFormats[] = {"tavd", "csv", "tdms", ""};
+const char* const initialText = "Click on the Refresh button to update";
 const int progressMax = 1000;
 const int progressStepMs = 100;
 
@@ -79,7 +81,7 @@ QComboBox* comboBox(const QStringList& items, QWidget* parent) {
 WDatalog::WDatalog(Control& control, QWidget* parent)
     : QWidget(parent), ocontrol(control), ologData(nullptr), ologMode(nullptr), ologDevice(nullptr),
       ocsvFormat(nullptr), ostorage(nullptr), otable(nullptr), oformatAction(nullptr),
-      oprogress(nullptr), obusy(false) {
+      oprogress(nullptr), obusy(false), olisted(false) {
     init();
 }
 
@@ -105,7 +107,7 @@ void WDatalog::init() {
     connect(ologDevice, SIGNAL(currentIndexChanged(int)), this, SLOT(logDeviceChanged()));
     connect(ocsvFormat, SIGNAL(currentIndexChanged(int)), this, SLOT(csvFormatChanged()));
 
-    ostorage = new QLabel("Click on the Refresh button to update", this);
+    ostorage = new QLabel(initialText, this);
     layout->addWidget(ostorage);
 
     otable = new QTableWidget(0, ColNum, this);
@@ -221,7 +223,14 @@ void WDatalog::csvFormatChanged() {
 }
 
 void WDatalog::update() {
-    if (TavroUnit1* unit = master()) {
+    TavroUnit1* unit = master();
+    if (!unit && olisted) {
+        // Nothing of a disconnected unit stays on show as if it were current.
+        otable->setRowCount(0);
+        ostorage->setText(initialText);
+        olisted = false;
+    }
+    if (unit) {
         FilesysInfo info;
         ZError err;
         {
@@ -239,15 +248,39 @@ void WDatalog::update() {
     ologData->setCurrentIndex(c.logData);
     ologMode->setCurrentIndex(c.logDataMode);
     ologDevice->setCurrentIndex(c.logDataDevice);
+    listSoon();
+}
+
+void WDatalog::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    listSoon();
+}
+
+void WDatalog::listSoon() {
+    if (olisted || obusy || !isVisible() || !master())
+        return;
+    QTimer::singleShot(0, this, [this] {
+        if (olisted || obusy || !isVisible() || !master())
+            return;
+        ZError err = list();
+        if (err)
+            ostorage->setText("Cannot list files: " + toQString(err.str()));
+    });
 }
 
 void WDatalog::refresh() {
     if (obusy)
         return;
+    ZError err = list();
+    if (err)
+        showError(toQString(err.str()));
+}
+
+ZError WDatalog::list() {
     otable->setRowCount(0);
     TavroUnit1* unit = master();
     if (!unit)
-        return;
+        return ZError();
     UnitFiles files(*unit);
     FilesysInfo info;
     ZList<FileInfo> list;
@@ -258,10 +291,8 @@ void WDatalog::refresh() {
         if (!err)
             err = files.list(root(), list);
     }
-    if (err) {
-        showError(toQString(err.str()));
-        return;
-    }
+    if (err)
+        return err;
     ZString text;
     text.printf("Storage size: %u MBytes, Free: %u MBytes", unsigned(info.size >> 20),
                 unsigned(info.free >> 20));
@@ -281,6 +312,8 @@ void WDatalog::refresh() {
         row++;
     }
     otable->setSortingEnabled(true);
+    olisted = true;
+    return ZError();
 }
 
 int WDatalog::selectedRow() {

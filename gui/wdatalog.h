@@ -31,6 +31,10 @@ class TavroUnit1;
 // as ".tavd", or converted to CSV or TDMS on the way), deletes one or all of
 // them and formats the storage. It works on the master unit.
 //
+// The list is read when the page is shown, or the units connect while it is
+// shown, and has not been read since the units connected; "Refresh" reads it
+// again. A failure of that first listing goes to the storage line, not a box.
+//
 // Settings: "dataLog/csvFormat" (the "CSV format" text) and "dataLog/format"
 // (the format of the last download: "tavd", "csv" or "tdms"), in the main
 // window's settings when the page sits in one.
@@ -77,7 +81,15 @@ public slots:
     void deleteAllFiles();
     void format();
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
+    // Lists the files once the event loop is back, when nothing has been
+    // listed since the units connected and the page is visible.
+    void listSoon();
+    // Fills the storage line and the table from the master unit.
+    ZError list();
     // The master unit when it is connected; null otherwise.
     TavroApi::TavroUnit1* master() const;
     // Sends the configuration with one field changed by change.
@@ -114,6 +126,7 @@ private:
     QProgressDialog* oprogress; // the dialog of the download under way
     QElapsedTimer ostepTimer;   // since the progress dialog last moved
     bool obusy;                 // a download is under way
+    bool olisted;               // the table holds a listing of the connected units
 };
 
 #endif

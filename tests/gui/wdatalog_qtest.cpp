@@ -73,6 +73,7 @@ class WDatalogTest : public QObject {
 private slots:
     void init() { QSettings("Korvel", "Tavro-gui").clear(); }
     void devicesConfigurationAndSettings();
+    void listsWhenShown();
     void listAndDownload();
     void recordingConverts();
     void failures();
@@ -104,6 +105,31 @@ void WDatalogTest::devicesConfigurationAndSettings() {
     QCOMPARE(QSettings("Korvel", "Tavro-gui").value("dataLog/csvFormat").toString(),
              QString("With Header"));
     QCOMPARE(WDatalog(rig.control).getCsvFormat()->currentText(), QString("With Header"));
+}
+
+// Showing the page lists the files once per connection; a disconnect
+// takes the listing away.
+void WDatalogTest::listsWhenShown() {
+    Rig rig;
+    QVERIFY(rig.ok);
+    rig.put("a.tavd", 10);
+    QCoreApplication::processEvents();
+    QCOMPARE(rig.page.getTable()->rowCount(), 0);
+    rig.page.show();
+    QTRY_COMPARE(rig.page.getTable()->rowCount(), 1);
+    QVERIFY(rig.page.getStorage()->text().startsWith("Storage size: "));
+    rig.put("b.tavd", 10);
+    rig.page.hide();
+    rig.page.show();
+    QCoreApplication::processEvents();
+    QCOMPARE(rig.page.getTable()->rowCount(), 1);
+    rig.control.unitsDisconnect();
+    rig.page.update();
+    QCOMPARE(rig.page.getTable()->rowCount(), 0);
+    QCOMPARE(rig.page.getStorage()->text(), QString("Click on the Refresh button to update"));
+    QVERIFY(!rig.control.unitsConnect());
+    rig.page.update();
+    QTRY_COMPARE(rig.page.getTable()->rowCount(), 2);
 }
 
 void WDatalogTest::listAndDownload() {
