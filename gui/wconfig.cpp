@@ -65,7 +65,20 @@ WConfig::WConfig(Control& control, QWidget* parent)
 int WConfig::addPage(const QString& title, QWidget* page) {
     olist->addItem(title);
     olist->setMinimumWidth(olist->sizeHintForColumn(0) + 2 * olist->frameWidth() + 8);
-    return ostack->addWidget(page);
+    int index = ostack->addWidget(page);
+    fitStackToPage();
+    return index;
+}
+
+// The stack is as large as the page on show, so that only a page taller
+// than the screen scrolls: hidden pages are left out of the size.
+void WConfig::fitStackToPage() {
+    for (int i = 0; i < ostack->count(); i++) {
+        QSizePolicy::Policy policy =
+            i == ostack->currentIndex() ? QSizePolicy::Preferred : QSizePolicy::Ignored;
+        ostack->widget(i)->setSizePolicy(policy, policy);
+    }
+    ostack->updateGeometry();
 }
 
 int WConfig::pageCount() const {
@@ -113,6 +126,7 @@ void WConfig::showConfigItem(int index) {
     if (index < 0 || index >= ostack->count())
         return;
     ostack->setCurrentIndex(index);
+    fitStackToPage();
     if (olist->currentRow() != index)
         olist->setCurrentRow(index);
 }

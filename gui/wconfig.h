@@ -93,6 +93,7 @@ private slots:
 
 private:
     bool checkFields();
+    void fitStackToPage();
 
     Control& ocontrol;
     QListWidget* olist;
