@@ -49,6 +49,7 @@ TEST(ZSync, TimeOutsAndWakeUps) {
     ZSemaphoreBool b;
     ZSemaphoreCount count;
     ZCondInt n(6);
+    ZCondWrap w(0xFFFFFFFEu);
     ZCondBool flag, flag2;
     ZCondResource r;
     std::function<int()> timeOuts[] = {
@@ -59,6 +60,7 @@ TEST(ZSync, TimeOutsAndWakeUps) {
         [&] { return n.waitMoreThanOrEqual(7, true, 10000); },
         [&] { return n.waitLessThanOrEqual(5, true, 10000); },
         [&] { return n.waitLessThan(6, 10000); },
+        [&] { return w.waitMoreThanOrEqual(2, false, 10000); }, // 2 is later than 0xFFFFFFFE
         [&] { return flag.timedWait(10000) != ETIMEDOUT; },
         [&] { return r.start() || r.lock(10000) != 110 || r.locked(); }, // a user is inside
         [&] { return (r.end(), r.lock(0)) || r.start(10000) != ETIMEDOUT; }};
@@ -72,14 +74,16 @@ TEST(ZSync, TimeOutsAndWakeUps) {
     struct {
         std::function<int()> wait;
         std::function<void()> wake;
-    } wakeUps[] = {{[&] { return int(sem.wait(ZWaitForever)); }, [&] { sem.set(); }},
-                   {[&] { return b.wait(true, 5000000); }, [&] { b.set(true); }},
-                   {[&] { return count.take(2, 5000000); }, [&] { count.add(2); }},
-                   {[&] { return n.waitMoreThanOrEqual(8, true); }, [&] { n.increment(2); }},
-                   {[&] { return n.waitLessThan(-4, 5000000); }, [&] { n.setValue(-5); }},
-                   {[&] { return int(flag.wait() == 0); }, [&] { flag.set(); }},
-                   {[&] { return int(flag2.timedWait(5000000) == 0); }, [&] { flag2.set(); }},
-                   {[&] { return int(r.start(0) == 0); }, [&] { r.unlock(); }}};
+    } wakeUps[] = {
+        {[&] { return int(sem.wait(ZWaitForever)); }, [&] { sem.set(); }},
+        {[&] { return b.wait(true, 5000000); }, [&] { b.set(true); }},
+        {[&] { return count.take(2, 5000000); }, [&] { count.add(2); }},
+        {[&] { return n.waitMoreThanOrEqual(8, true); }, [&] { n.increment(2); }},
+        {[&] { return n.waitLessThan(-4, 5000000); }, [&] { n.setValue(-5); }},
+        {[&] { return w.waitMoreThanOrEqual(2, true, ZWaitForever); }, [&] { w.increment(4); }},
+        {[&] { return int(flag.wait() == 0); }, [&] { flag.set(); }},
+        {[&] { return int(flag2.timedWait(5000000) == 0); }, [&] { flag2.set(); }},
+        {[&] { return int(r.start(0) == 0); }, [&] { r.unlock(); }}};
     for (auto& c : wakeUps) {
         SCOPED_TRACE(i++);
         std::thread t([&] {
@@ -91,6 +95,7 @@ TEST(ZSync, TimeOutsAndWakeUps) {
     }
     EXPECT_EQ(count.value(), 0u);
     EXPECT_EQ(n.value(), -5);
+    EXPECT_EQ(w.value(), 1u);
     EXPECT_EQ(r.inUse(), 1);
 }
 
