@@ -1,16 +1,15 @@
 #ifndef USBMOCK_H
 #define USBMOCK_H
 
-// Emulated USB devices for tests that drive the real libusb, on top of
-// umockdev. The process must run under umockdev-wrapper, and the bus must
-// exist before the libusb_init() that is meant to see it.
+// Emulated USB devices on umockdev for tests that drive the real libusb. The
+// process must run under umockdev-wrapper, and the bus must exist before the
+// libusb_init() that is meant to see it.
 //
-// Like usbfs, a bulk IN transfer is filled in 512-byte packets and completes
-// on a short packet or a full buffer; otherwise it stays pending until data
-// comes or libusb cancels it on its time-out (keeping what arrived). OUT
-// transfers complete at once. Descriptor requests are answered here, every
-// other control request by the control handler, which runs on umockdev's
-// worker thread and must neither call libusb nor block.
+// As with usbfs, a bulk IN transfer is filled in 512-byte packets and ends on
+// a short packet or a full buffer, or is cancelled by libusb's time-out
+// (keeping what arrived); OUT transfers complete at once. Control requests
+// other than descriptor requests go to the control handler, which runs on
+// umockdev's worker thread and must neither call libusb nor block.
 
 #include <cstdint>
 #include <functional>

@@ -145,12 +145,6 @@ TEST_F(MdnsNetns, InitThenOneUnitSearchBySearch) {
     ZList<ZMdnsService> found;
     ZError e = n.findServices(Service, TimeoutMs, found); // no socket yet: the send fails
     EXPECT_EQ(e.getNumber(), -EBADF) << e.getString();
-    // Without a multicast route, joining the group fails with ENODEV.
-    ASSERT_TRUE(run("ip route del 224.0.0.0/4 dev lo"));
-    e = n.init();
-    ASSERT_TRUE(run("ip route add 224.0.0.0/4 dev lo src 127.0.0.1"));
-    EXPECT_EQ(e.getNumber(), -ENODEV);
-    EXPECT_STREQ(e.getString().retStr(), strerror(ENODEV));
     ASSERT_FALSE(m.init());
     ZSocketAddressINET own;
     ASSERT_FALSE(m.socket().getAddress(own));
@@ -164,7 +158,6 @@ TEST_F(MdnsNetns, InitThenOneUnitSearchBySearch) {
     };
     EXPECT_EQ(option(IPPROTO_IP, IP_MULTICAST_TTL), 1);
     EXPECT_EQ(option(IPPROTO_IP, IP_MULTICAST_LOOP), 1);
-    EXPECT_EQ(option(SOL_SOCKET, SO_TYPE), SOCK_DGRAM);
     for (unsigned id = 1; id <= 3; id++) { // each search appends, with the next id
         Exchange x = exchange(m, found, {unit(0)});
         ASSERT_FALSE(x.error) << x.error.getString();

@@ -85,8 +85,6 @@ TEST(BswapCopy, FormatsByteImagesAlsoInPlace) {
     Bytes s8 = seq(8), d(8);
     bswap_copy(0, s8.data(), d.data(), 8, "8"); // swap 0: a plain copy
     EXPECT_EQ(d, s8);
-    EXPECT_EQ(swapped(s8, "2"), (Bytes{2, 1, 4, 3, 6, 5, 8, 7}));
-    EXPECT_EQ(swapped(s8, "4"), (Bytes{4, 3, 2, 1, 8, 7, 6, 5}));
     // Several characters: one record, repeated until n bytes.
     EXPECT_EQ(swapped(seq(12), "24"), (Bytes{2, 1, 6, 5, 4, 3, 8, 7, 12, 11, 10, 9}));
     EXPECT_EQ(swapped(seq(30), "1248"),
@@ -289,28 +287,4 @@ TEST(ZBufferStore, RawBlocksConvertedByFormat) {
     EXPECT_EQ(st.getPos(), 45u);
     plain.push(45, in.data(), "1248"); // swap 0: as it is
     EXPECT_EQ(bytes(plain), in);
-}
-
-TEST(ZBufferStore, HexTextRoundTripAndRefusals) {
-    ZBufferStore st, back;
-    for (int i = 0; i < 256; i++)
-        st.push(uint8_t(i));
-    ZString hex = st.getHexString();
-    EXPECT_EQ(hex.len(), 512);
-    EXPECT_STREQ(hex.subString(0, 6).retStr(), "000102");
-    EXPECT_STREQ(hex.subString(0xAB * 2, 6).retStr(), "ABACAD");
-    back.setPos(7);
-    EXPECT_EQ(back.setHexString(hex), 0);
-    EXPECT_EQ(back.getPos(), 0u);
-    EXPECT_EQ(bytes(back), bytes(st));
-    EXPECT_EQ(back.setHexString(""), 0);
-    EXPECT_EQ(back.size(), 0u);
-    // Refused texts change nothing.
-    back.setHexString("00AB5FFF");
-    back.setPos(1);
-    for (const char* bad : {"0", "123", "0g", "ab", "0x12", "12 3", "1-"}) {
-        EXPECT_EQ(back.setHexString(bad), 1) << bad;
-        EXPECT_STREQ(back.getHexString().retStr(), "00AB5FFF") << bad;
-        EXPECT_EQ(back.getPos(), 1u) << bad;
-    }
 }

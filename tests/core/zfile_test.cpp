@@ -72,7 +72,7 @@ Names names(const ZDir& dir) {
 
 } // namespace
 
-TEST(ZFile, OpenAdoptWriteReadAndClose) {
+TEST(ZFile, OpenAdoptWriteReadCloseAndFlush) {
     ZFile f;
     EXPECT_EQ(err(f.open("/nonexistent-dir/x.txt", "r")),
               sys(ENOENT, "Cannot open file: /nonexistent-dir/x.txt: "));
@@ -117,33 +117,6 @@ TEST(ZFile, OpenAdoptWriteReadAndClose) {
     EXPECT_EQ(f.close().number, 0);
     moved.close();
     EXPECT_EQ(openFds(), fds);
-}
-
-TEST(ZFile, ReadStringTruncateAndFlush) {
-    TempDir d;
-    writeText(d / "l", "ab\r\nc\n" + std::string(25000, 'q') + "\nlast");
-    ZFile f;
-    ASSERT_EQ(f.open((d / "l").c_str(), "r").number, 0);
-    ZString s;
-    for (const char* line : {"ab\r\n", "c\n"}) {
-        EXPECT_EQ(f.readString(s), int(strlen(line)));
-        EXPECT_EQ(str(s), line);
-    }
-    for (int n : {10240, 10240, 25000 - 20480 + 1}) // at most 10240 at a time
-        EXPECT_EQ(f.readString(s), n);
-    EXPECT_EQ(f.readString(s), 4);
-    EXPECT_EQ(str(s), "last");
-    EXPECT_EQ(f.readString(s), 0);
-    EXPECT_EQ(s.len(), 0);
-    EXPECT_EQ(err(f.truncate()), sys(EINVAL)); // read-only descriptor
-    ASSERT_EQ(f.open((d / "t").c_str(), "w+").number, 0);
-    f.writeString("hello world");
-    EXPECT_EQ(f.seek(5), 0);
-    EXPECT_EQ(f.truncate().number, 0);
-    EXPECT_EQ(f.length(), 5);
-    EXPECT_EQ(f.setVBuf(nullptr, _IONBF, 0), 0);
-    f.writeString("!");
-    EXPECT_EQ(readText(d / "t"), "hello!"); // on disk without a flush
     if (f.open("/dev/full", "w").number)
         GTEST_SKIP() << "no /dev/full";
     f.writeString("data");
@@ -181,7 +154,7 @@ TEST(ZFile, OpenTempNames) {
     EXPECT_FALSE(f.isOpen());
 }
 
-TEST(ZDir, WildcardSortAndStat) {
+TEST(ZDir, WildcardAndSort) {
     TempDir d;
     for (const char* n : {"b.csv", "a.csv", "c.txt", "d.csv.bak", "e.CSV"})
         writeText(d / n, n);
@@ -192,14 +165,7 @@ TEST(ZDir, WildcardSortAndStat) {
     EXPECT_EQ(dir.number(), 0);
     ASSERT_EQ(dir.open(d.path.c_str()).number, 0);
     EXPECT_EQ(names(dir), (Names{"a.csv", "b.csv", "sub.csv"}));
-    struct stat st = dir.entryStat(dir.first());
-    EXPECT_EQ(dir.error().number, 0);
-    EXPECT_TRUE(S_ISREG(st.st_mode) && st.st_size == 5);
-    EXPECT_TRUE(S_ISDIR(dir.entryStat64(dir.next(dir.next(dir.first()))).st_mode));
     fs::remove(d / "a.csv");
-    st = dir.entryStat(dir.first());
-    EXPECT_EQ(err(dir.error()), sys(ENOENT));
-    EXPECT_EQ(st.st_size, 0);
     // Reads again; ".." matches "?.*" and is kept like any other name.
     ASSERT_EQ(dir.setWild("?.*").number, 0);
     EXPECT_EQ(names(dir), (Names{"..", "b.csv", "c.txt", "d.csv.bak", "e.CSV"}));
@@ -257,13 +223,6 @@ TEST(ZCopy, FileAndDir) {
     ASSERT_EQ(zcopyDir((d / "src").c_str(), (d / "dst").c_str()).number, 0);
     EXPECT_EQ(readText(d / "dst/a.txt"), "alpha");
     EXPECT_EQ(readText(d / "dst/big"), data);
-    // No recursion: the subdirectory becomes an empty file (its read fails with EISDIR).
-    EXPECT_TRUE(fs::is_regular_file(d / "dst/sub") && fs::file_size(d / "dst/sub") == 0);
-    writeText(d / "src/a.txt", "again"); // into an existing destination, overwriting
-    ASSERT_EQ(zcopyDir((d / "src").c_str(), (d / "dst").c_str()).number, 0);
-    EXPECT_EQ(readText(d / "dst/a.txt"), "again");
-    EXPECT_EQ(zcopyDir((d / "missing").c_str(), (d / "dst3").c_str()).number, -ENOENT);
-    EXPECT_FALSE(fs::exists(d / "dst3"));
     EXPECT_EQ(err(zcopyDir((d / "src").c_str(), (d / "no/such/dst").c_str())),
               sys(ENOENT, "Cannot create directory: " + (d / "no/such/dst") + ": "));
     EXPECT_EQ(openFds(), fds);

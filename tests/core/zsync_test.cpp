@@ -28,25 +28,17 @@ long usTaken(F f) {
 
 } // namespace
 
-TEST(ZMutex, NormalRecursiveAndTimedLock) {
+TEST(ZMutex, NormalAndRecursive) {
     ZMutex normal, recursive(ZMutex::Recursive);
-    EXPECT_EQ(normal.tryLock(), 0);
-    EXPECT_EQ(normal.tryLock(), EBUSY); // not recursive: the owner is refused too
-    // The time-out is an absolute moment in 1970, so a held mutex refuses at
-    // once even when asked to wait ten seconds; a free one is taken.
-    std::thread([&] { EXPECT_EQ(normal.timedLock(10000000), ETIMEDOUT); }).join();
-    EXPECT_EQ(normal.unlock(), 0);
-    EXPECT_EQ(normal.timedLock(10000000), 0);
-    normal.unlock();
     {
         ZMutexLock hold(normal);
+        EXPECT_EQ(normal.tryLock(), EBUSY); // not recursive: the owner is refused too
         std::thread([&] { EXPECT_EQ(normal.tryLock(), EBUSY); }).join();
     }
     EXPECT_EQ(normal.tryLock() || normal.unlock(), 0);
-    EXPECT_EQ(recursive.lock() || recursive.tryLock() || recursive.timedLock(1000), 0);
+    EXPECT_EQ(recursive.lock() || recursive.lock(), 0);
     std::thread([&] { EXPECT_EQ(recursive.tryLock(), EBUSY); }).join();
-    for (int i = 0; i < 3; i++)
-        EXPECT_EQ(recursive.unlock(), 0);
+    EXPECT_EQ(recursive.unlock() || recursive.unlock(), 0);
     std::thread([&] { EXPECT_EQ(recursive.tryLock() || recursive.unlock(), 0); }).join();
 }
 
@@ -79,7 +71,6 @@ TEST(ZSync, TimeOutsAndWakeUps) {
     }
     EXPECT_EQ(count.value(), 0u);
     EXPECT_EQ(n.value(), 6);
-    EXPECT_EQ(w.value(), 0xFFFFFFFEu);
     struct {
         std::function<int()> wait;
         std::function<void()> wake;
@@ -135,15 +126,6 @@ TEST(ZSync, ValuesAndWaitsAlreadySatisfied) {
         EXPECT_EQ(n.waitLessThan(6, 1000), k.lt) << k.value;
         EXPECT_EQ(n.value(), k.value);
     }
-    ZCondWrap w(0xFFFFFFFEu);
-    EXPECT_EQ(w.diff(2), -4);
-    EXPECT_EQ(w.diff(0xFFFFFFF0u), 14);
-    EXPECT_EQ(w.waitLessThan(2, 1000), 1);
-    w.increment(3);
-    EXPECT_EQ(w.waitLessThan(0xFFFFFFFFu, 1000), 0);
-    EXPECT_EQ(w.waitLessThanOrEqual(1, true, 1000), 1);
-    w.decrement(1);
-    EXPECT_EQ(w.value(), 0xFFFFFFFFu);
 }
 
 TEST(ZCondResource, LockerHasPriorityAndGivesUp) {

@@ -5,10 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <ctime>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -57,7 +55,7 @@ const SetCase kRefused[] = {{"", kFormatError},
 
 } // namespace
 
-TEST(ZCalendar, LeapYearsMonthLengthsAndEveryDay1970To2105) {
+TEST(ZCalendar, LeapYearsMonthLengthsAndDaySeconds) {
     // {year, month, days}: February has 29 days in the Gregorian leap years only.
     const int months[][3] = {{1600, 2, 29}, {1900, 2, 28}, {2000, 2, 29}, {2100, 2, 28},
                              {2023, 2, 28}, {2023, 4, 30}, {2023, 13, 0}};
@@ -75,25 +73,17 @@ TEST(ZCalendar, LeapYearsMonthLengthsAndEveryDay1970To2105) {
         t.setYDay(r[0], r[1], 0, 0, 0);
         EXPECT_EQ(t.month() * 100 + t.day(), r[2] * 100 + r[3]) << r[0] << " day " << r[1];
     }
-    EXPECT_EQ(ZTime(2106, 2, 7, 6, 28, 15).getSeconds(), 0xFFFFFFFFu);
-    for (int y = 1970; y <= 2105; y++)
-        for (int m = 1; m <= 12; m++)
-            for (int d = 1; d <= ZDate::daysInMonth(y, m); d++)
-                ASSERT_EQ(ZTime(y, m, d, 0, 0, 0).getSeconds(),
-                          uint32_t(ztime::daysFromCivil(y, m, d) * 86400))
-                    << y << "-" << m << "-" << d;
+    // {y, m, d, seconds}: both sides of the leap days of 2000 (leap) and 2100 (common).
+    const uint32_t days[][4] = {{1970, 1, 1, 0},          {2000, 2, 29, 951782400},
+                                {2000, 3, 1, 951868800},  {2023, 12, 31, 1703980800},
+                                {2100, 3, 1, 4107542400}, {2106, 2, 7, 4294944000}};
+    for (auto& r : days)
+        EXPECT_EQ(ZTime(r[0], r[1], r[2], 0, 0, 0).getSeconds(), r[3]) << r[0] << "-" << r[1];
 }
 
 TEST(ZTime, SetGetAddNamedFormatsAndStrftimeFallback) {
-    ZTime t(2024, 3, 1, 12, 30, 5), u;
+    ZTime t(2024, 3, 1, 12, 30, 5);
     EXPECT_EQ(t.getSeconds(), t20240301);
-    int f[6];
-    t.getDate(f[0], f[1], f[2]);
-    t.getTime(f[3], f[4], f[5]);
-    EXPECT_EQ(std::vector<int>(f, f + 6), (std::vector<int>{2024, 3, 1, 12, 30, 5}));
-    EXPECT_EQ(t.getYearDay(), 60);
-    u.setYearDay(2024, 60, 12, 30, 5);
-    EXPECT_EQ(u, t);
     t.addSeconds(86400 - 5);
     EXPECT_EQ(S(t.getString()), "2024-03-02T12:30:00");
     t = ZTime(t20240301);
@@ -141,21 +131,6 @@ TEST(ZTime, SetStringShapesAndErrorTextsAlsoForZTimeUs) {
     EXPECT_EQ(u.getMicroSeconds(), uint64_t(t20240301) * 1000000u);
 }
 
-TEST(ZTime, UtcAndLocalWithAFixedZone) {
-    const char* old = getenv("TZ");
-    std::string saved = old ? old : "";
-    setenv("TZ", "XST-2", 1); // two hours east of UTC, no daylight saving
-    tzset();
-    ZTime t(t20240301), l(t20240301), r;
-    EXPECT_EQ(l.utcToLocal().getSeconds(), t20240301 + 7200);
-    EXPECT_EQ(l.localToUtc(), t);
-    EXPECT_EQ(S(t.getStringLocal("iso")), "2024-03-01T14:30:05");
-    EXPECT_EQ(r.setStringLocal("2024-03-01 14:30:05").number, 0);
-    EXPECT_EQ(r, t);
-    old ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
-    tzset();
-}
-
 TEST(ZTimeUs, TextFormsSetAndGet) {
     ZTimeUs t{ZTime(t20240301)};
     t.addMicroSeconds(250000);
@@ -171,12 +146,7 @@ TEST(ZTimeUs, TextFormsSetAndGet) {
     EXPECT_EQ(S(t.getStringUs("isoT")), "2024-03-01T12:30:04.250000");
     t.set(2024, 3, 1, 12, 30, 5, 7);
     EXPECT_EQ(t.getMicroSeconds(), uint64_t(t20240301) * 1000000u + 7);
-    int f[4];
-    t.getTime(f[0], f[1], f[2], f[3]);
-    EXPECT_EQ(std::vector<int>(f, f + 4), (std::vector<int>{12, 30, 5, 7}));
     ZTimeUs u;
-    u.setYearDay(2024, 60, 12, 30, 5, 7);
-    EXPECT_EQ(u, t);
     u.set(2200, 1, 1, 0, 0, 0); // 64 bits reach past 2106
     EXPECT_EQ(S(u.getString()), "2200-01-01T00:00:00");
 }
@@ -251,7 +221,7 @@ TEST(ZTimeStamp, SetStringShapesFractionsAndErrorTexts) {
     EXPECT_GE(t.year(), 2024);
 }
 
-TEST(ZTimeStamp, ConvertEpochZTimeZTimeUsAndMs) {
+TEST(ZTimeStamp, ConvertEpochZTimeAndZTimeUs) {
     ZTimeStamp t, u;
     t.set(int64_t(t20240301), 250000);
     EXPECT_EQ(S(t.getString()), "2024-03-01T12:30:05.250000");
@@ -263,10 +233,6 @@ TEST(ZTimeStamp, ConvertEpochZTimeZTimeUsAndMs) {
     EXPECT_EQ(S(u.getString()), "1969-12-31T23:59:59.999999");
     u.set(int64_t(-86401), 0);
     EXPECT_EQ(S(u.getString()), "1969-12-30T23:59:59.000000");
-    ZTimeStampMs ms(ZTimeStamp(2024, 3, 1, 12, 30, 5, 123456));
-    EXPECT_EQ(ms.omilliSecond, 123);
-    u.set(ms);
-    EXPECT_EQ(S(u.getString()), "2024-03-01T12:30:05.123000");
 }
 
 TEST(ZTimeStamp, CompareAddAndDifferenceAcrossYears) {
@@ -297,12 +263,4 @@ TEST(ZTimeStamp, CompareAddAndDifferenceAcrossYears) {
     EXPECT_EQ(ZTimeStamp::difference(d, c), -94867200000000LL);
     ZTimeStamp e(2001, 3, 1, 1, 2, 3, 4), f(1899, 6, 15, 5, 6, 7, 8);
     EXPECT_EQ(ZTimeStamp::difference(e, f), 3209658955999996LL); // over 1900 (common), 2000 (leap)
-    // Agrees with the epoch microseconds for a spread of pairs.
-    for (int i = 0; i < 200; i++) {
-        ZTimeStamp p, q;
-        p.set(int64_t(i) * 987654321LL - 50000000000LL, (i * 7919) % 1000000);
-        q.set(int64_t(i) * 123456789LL + 1000000000LL, (i * 104729) % 1000000);
-        ASSERT_EQ(ZTimeStamp::difference(p, q), p.getEpochMicroSeconds() - q.getEpochMicroSeconds())
-            << i;
-    }
 }
