@@ -166,7 +166,6 @@ TEST_F(DfuTest, NoBootLoaderThenShortLastBlockAndDeviceErrors) {
     EXPECT_FALSE(found);
     EXPECT_EQ(dfu.connect(), ZError("Tavro DFU unit not found"));
     EXPECT_EQ(dfu.upload_cmd(4, 0), ZError("Dfu::upload_cmd: Unknown command"));
-
     DfuFlashOptions quick;
     quick.polls = 2;
     quick.pollMs = 1;

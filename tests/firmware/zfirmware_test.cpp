@@ -101,7 +101,6 @@ TEST(Firmware, ValidationAndUpdateCheck) {
     }
     ZString version;
     EXPECT_EQ(zfirmValidate("/nonexistent/x.zfirm", 34, version), ZError("Unable to open file"));
-
     ZFirmwareFileHeader h;
     h.fromBytes(good.data());
     const uint8_t checks[][5] = {// unit version, force, update
@@ -151,7 +150,6 @@ TEST(Firmware, UploadToARecordingUnit) {
         EXPECT_EQ(pair.unit.pieces, (std::vector<uint32_t>{512, 512, 512, 164, 512}));
         EXPECT_EQ(pair.unit.log, "open FirmwareCpu w;close 7;open FirmwareCpu w;close 7;");
     }
-
     const Bytes fpgaOnly = zfirmBuildPackage(V123, {{ZFirmwarePlatformFpga, image(35, 700)}});
     const char* past = "Currupt firmware file: section runs past the end of the file";
     const struct {

@@ -179,7 +179,6 @@ TEST(SimMeasure, RecordsEachCaptureAsBlock512File) {
     ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 30, 13)));
     ASSERT_TRUE(rig.client.waitFor([&] { return rig.client.procs.size() == 1; }));
     ASSERT_TRUE(rig.client.waitFor([&] { return rig.unit.mode() == Mode::Idle; }));
-
     FileInfo info;
     ASSERT_FALSE(rig.client.fileList("/internal/data", 0, info));
     ZString name = getCharArray(info.name);
@@ -187,19 +186,9 @@ TEST(SimMeasure, RecordsEachCaptureAsBlock512File) {
     EXPECT_EQ(name.extension(), "tavd");
     EXPECT_EQ(info.fileLength, 21u * 512);
     EXPECT_EQ(rig.client.fileList("/internal/data", 1, info), ZError(14, "No more files"));
-
-    // Fetched 512 bytes at a time up to error 14.
     std::vector<uint8_t> file;
-    unsigned int handle = 0;
-    ASSERT_FALSE(rig.client.fileOpen("/internal/data/" + name, "r", handle));
-    FileData d;
-    ZError err;
-    while (!(err = rig.client.fileRead(handle, unsigned(file.size()), 512, d)))
-        file.insert(file.end(), d.data, d.data + d.length);
-    EXPECT_EQ(err, ZError(14, "End of file"));
-    ASSERT_FALSE(rig.client.fileClose(handle));
+    ASSERT_FALSE(rig.unit.readFile("/internal/data/" + name, file));
     ASSERT_EQ(file.size(), 21u * 512);
-
     const std::vector<DataBlock> raw = rig.client.rawCopy();
     const DataBlockProc proc = rig.client.procCopy()[0];
     // Read back by the reader's rules: every block at a multiple of 512.
