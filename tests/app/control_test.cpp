@@ -1,6 +1,4 @@
-// Control against simulated units over TCP and a pseudo-terminal: caches, status polling,
-// scale, notifications, and captures to every file type ending by themselves, stopped, cut
-// by the unit, failing half-way or abandoned by the object going.
+// Control against simulated units over TCP and a pseudo-terminal.
 #include "app/recordfiles.h"
 #include "control.h"
 #include "simpty.h"

@@ -1,8 +1,5 @@
-// Firmware packages: validation of packages and raw images, hostile section
-// lengths, the update decision, and the upload of one platform's section to
-// a unit that records what it is sent, and to a simulated unit that installs
-// it at its reboot.
-
+// Firmware packages: validation, hostile section lengths, the update
+// decision, and uploads to a recording unit and to a simulated one.
 #include "api/tavropair.h"
 #include "api/unitstest.h"
 #include "dfu.h"

@@ -1,8 +1,5 @@
-// The tavroSim program run as a child process: its command line, a client
-// over TCP through to a capture, a client on its serial line, discovery by
-// mDNS and its exit on SIGTERM. In a private network namespace of this test
-// (needs root) it listens on the unit's own port 40358 and answers mDNS;
-// without one it takes a free port and the mDNS part is skipped.
+// The tavroSim program as a child process: its command line, captures over
+// TCP and its serial line, discovery by mDNS (root only) and SIGTERM.
 #include "comms/mdns_builder.h"
 #include "simharness.h"
 #include "zmdns.h"

@@ -79,6 +79,14 @@ public:
         std::lock_guard<std::mutex> lock(omutex);
         return procs;
     }
+    // Sets the measurement and starts it with data sending on.
+    ZError start(const MeasurementConfig& m, unsigned char enable = 7) {
+        clear();
+        ZError err = setMeasurementConfig(false, m);
+        if (!err)
+            err = sendDataEnable(enable);
+        return err ? err : setMode(Mode::Run);
+    }
     void clear() {
         std::lock_guard<std::mutex> lock(omutex);
         blocks.clear();
@@ -218,16 +226,6 @@ struct Rig {
             serving.join();
         return served;
     }
-    // Sets the measurement and starts it with data sending on.
-    ZError start(const MeasurementConfig& m, unsigned char enable = 7) {
-        client.clear();
-        ZError err = client.setMeasurementConfig(false, m);
-        if (!err)
-            err = client.sendDataEnable(enable);
-        if (!err)
-            err = client.setMode(Mode::Run);
-        return err;
-    }
 
     SimUnit unit;
     std::unique_ptr<ZCommsLoopback> unitEnd;
@@ -245,9 +243,7 @@ inline void readAndCapture(Client& c, const char* serial, unsigned int samples =
     ChannelConfig channel;
     ASSERT_FALSE(c.getNodeInfo(info) || c.getConfig(config) || c.getChannelConfig(15, channel));
     EXPECT_STREQ(info.serialNumber, serial);
-    c.clear();
-    MeasurementConfig m = measurement(MeasureMode::OneShot, 10000, samples, 13);
-    ASSERT_FALSE(c.setMeasurementConfig(false, m) || c.sendDataEnable(7) || c.setMode(Mode::Run));
+    ASSERT_FALSE(c.start(measurement(MeasureMode::OneShot, 10000, samples, 13)));
     const size_t expect = (samples + 12) / 13;
     ASSERT_TRUE(c.waitFor([&] { return c.blocks.size() >= expect; }, 5000));
     std::vector<DataBlock> blocks = c.rawCopy();
