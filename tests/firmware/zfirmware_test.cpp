@@ -100,12 +100,9 @@ TEST(Firmware, ValidationAndUpdateCheck) {
     EXPECT_EQ(zfirmValidate("/nonexistent/x.zfirm", 34, version), ZError("Unable to open file"));
     ZFirmwareFileHeader h;
     h.fromBytes(good.data());
-    const uint8_t checks[][5] = {// unit version, force, update
-                                 {1, 2, 3, 0, 0},
-                                 {1, 2, 3, 1, 1},
-                                 {2, 2, 3, 0, 1},
-                                 {1, 3, 3, 0, 1},
-                                 {1, 2, 4, 0, 1}};
+    // The unit's version, force, update.
+    const uint8_t checks[][5] = {
+        {1, 2, 3, 0, 0}, {1, 2, 3, 1, 1}, {2, 2, 3, 0, 1}, {1, 3, 3, 0, 1}, {1, 2, 4, 0, 1}};
     for (const auto& c : checks) {
         Version v;
         v.type = 9; // not compared
