@@ -1,8 +1,7 @@
 #ifndef TESTS_APP_RECORDFILES_H
 #define TESTS_APP_RECORDFILES_H
 
-// Reading back what a recording wrote: text lines, whole files, and the
-// blocks of a ".tavd" file; and a fresh folder for each test.
+// Reading back what a recording wrote, and a fresh folder for each test.
 
 #include "sim/simharness.h"
 #include "tavdreader.h"
@@ -54,10 +53,7 @@ inline std::vector<std::string> dataLines(const std::string& path) {
 }
 
 inline int fields(const std::string& line) {
-    int n = line.empty() ? 0 : 1;
-    for (char c : line)
-        n += c == ',';
-    return n;
+    return line.empty() ? 0 : 1 + int(std::count(line.begin(), line.end(), ','));
 }
 
 // The blocks of a ".tavd" file; end is the reader's last answer (14 "File

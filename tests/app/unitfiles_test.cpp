@@ -46,7 +46,6 @@ TEST(UnitFiles, HostileReadsListingAndCancel) {
     UnitFiles files(pair.client);
     const std::string local = freshDir("unitfiles") + "/x.tavd";
     struct stat st;
-
     const struct {
         uint32_t length;
         const char* cause;
@@ -60,7 +59,6 @@ TEST(UnitFiles, HostileReadsListingAndCancel) {
         EXPECT_EQ(files.cause().str(), ZString(r.cause));
     }
     EXPECT_EQ(pair.unit.closed, 3);
-
     pair.unit.length = 512;
     int calls = 0;
     ZError err = files.download("/internal/data/x.tavd", local.c_str(), 4096,
@@ -72,7 +70,6 @@ TEST(UnitFiles, HostileReadsListingAndCancel) {
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(pair.unit.closed, 4);
     EXPECT_NE(stat(local.c_str(), &st), 0);
-
     ZList<FileInfo> list;
     EXPECT_EQ(files.list("/internal", list), ZError("Too many files on Tavro: /internal/data"));
     pair.stop();

@@ -1,8 +1,5 @@
-// Firmware packages: validation of packages and raw images, hostile section
-// lengths, the update decision, and the upload of one platform's section to
-// a unit that records what it is sent, and to a simulated unit that installs
-// it at its reboot.
-
+// Firmware packages: validation, hostile section lengths, the update
+// decision, and uploads to a recording unit and to a simulated one.
 #include "api/tavropair.h"
 #include "api/unitstest.h"
 #include "dfu.h"
@@ -106,15 +103,11 @@ TEST(Firmware, ValidationAndUpdateCheck) {
     }
     ZString version;
     EXPECT_EQ(zfirmValidate("/nonexistent/x.zfirm", 34, version), ZError("Unable to open file"));
-
     ZFirmwareFileHeader h;
     h.fromBytes(good.data());
-    const uint8_t checks[][5] = {// unit version, force, update
-                                 {1, 2, 3, 0, 0},
-                                 {1, 2, 3, 1, 1},
-                                 {2, 2, 3, 0, 1},
-                                 {1, 3, 3, 0, 1},
-                                 {1, 2, 4, 0, 1}};
+    // The unit's version, force, update.
+    const uint8_t checks[][5] = {
+        {1, 2, 3, 0, 0}, {1, 2, 3, 1, 1}, {2, 2, 3, 0, 1}, {1, 3, 3, 0, 1}, {1, 2, 4, 0, 1}};
     for (const auto& c : checks) {
         Version v;
         v.type = 9; // not compared
@@ -157,7 +150,6 @@ TEST(Firmware, UploadToARecordingUnit) {
         EXPECT_EQ(pair.unit.log,
                   "open FirmwareCpu w;close 7;open FirmwareCpu w;close 7;delete FirmwareCpu;");
     }
-
     const Bytes fpgaOnly = zfirmBuildPackage(V123, {{ZFirmwarePlatformFpga, image(35, 700)}});
     const char* past = "Currupt firmware file: section runs past the end of the file";
     const struct {

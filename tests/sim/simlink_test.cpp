@@ -1,7 +1,5 @@
-// The simulated unit's links inside this process: the TCP server on an
-// ephemeral port of 127.0.0.1 and the pseudo-terminal, each with clients run
-// as the application runs them; and the mDNS answer to good and hostile
-// queries, read back by the application's own discovery parser.
+// The unit's TCP server and pseudo-terminal in this process, and its mDNS
+// answer to good and hostile queries, read back by the discovery parser.
 #include "comms/mdns_builder.h"
 #include "simharness.h"
 #include "simmdns.h"
@@ -46,35 +44,27 @@ TEST(SimLinks, OneClientAtATimeOverTcpAndPtyAndBackAfterAReboot) {
     SimTcpServer server(unit);
     SimPty pty(unit);
     ASSERT_FALSE(server.start("127.0.0.1", 0) || pty.start());
-    ASSERT_NE(server.port(), 0);
-    ASSERT_EQ(pty.path().subString(0, 9), ZString("/dev/pts/"));
-
     Connection a;
     ASSERT_FALSE(a.openTcp(server.port()));
-    readAndCapture(a.client, "T400-004711", "1.0.8");
-    EXPECT_TRUE(a.client.waitFor([&] { return a.client.statuses > 0; })) << "no NodeStatus pushed";
+    readAndCapture(a.client, "T400-004711");
     expectRefused(server.port());
     EXPECT_EQ(server.refused(), 1u);
     TavroApi::NodeStatus status;
     EXPECT_FALSE(a.client.getStatus(status)) << "the first client lost its unit";
     a.close();
     ASSERT_TRUE(eventually([&] { return server.sessions() == 1 && !server.serving(); }));
-
     Connection b;
     ASSERT_FALSE(b.openSerial(pty.path()));
-    readAndCapture(b.client, "T400-004711", "1.0.8", 40);
+    readAndCapture(b.client, "T400-004711", 40);
     expectRefused(server.port());
     b.close();
     ASSERT_TRUE(eventually([&] { return pty.sessions() == 1 && !unit.serving(); }));
-
     Connection c;
     TavroApi::NodeInfo info;
     ASSERT_FALSE(c.openTcp(server.port()) || c.client.getNodeInfo(info));
     unit.reboot();
     EXPECT_TRUE(c.endedWith(-32)) << c.ended;
-    // The server's side of the session may still be closing: a client that
-    // came now would be refused as a second one. (The refusal during the pty
-    // client was a session of the server's.)
+    // Until the server's side of the session closes, a new client is refused.
     ASSERT_TRUE(eventually([&] { return server.sessions() == 3 && !server.serving(); }));
     Connection d;
     ASSERT_FALSE(d.openTcp(server.port()));
@@ -134,7 +124,6 @@ TEST(SimMdns, AnswersWellFormedQueriesForTheServiceAsTheDiscoveryReadsThem) {
     uint8_t small[100];
     EXPECT_EQ(simMdnsAnswer(q, sizeof(q), 5353, Unit, small, sizeof(small)), 0u);
     EXPECT_EQ(simMdnsHostName("T400 x_1"), ZString("t400-x-1"));
-
     const Bytes good = query(0, {"_tavro", "_tcp", "local"});
     const std::string long63(63, 'a');
     DnsBuilder compressed; // the second question compressed against the first: answered in full
@@ -157,7 +146,6 @@ TEST(SimMdns, AnswersWellFormedQueriesForTheServiceAsTheDiscoveryReadsThem) {
         EXPECT_EQ(answer(cases[i].first), cases[i].second) << "case " << i;
     for (size_t n = 0; n < good.size(); n++)
         EXPECT_EQ(answer(Bytes(good.begin(), good.begin() + long(n))), "") << n << " bytes";
-
     // Mutated queries: nothing read out of bounds, and whatever is answered
     // is a reply the discovery accepts.
     std::mt19937 random(40358);

@@ -52,7 +52,7 @@ TEST(SimMeasure, BlocksOfEachMeasureMode) {
         ASSERT_FALSE(rig.client.getChannelConfig(c, ch[c]));
     for (const Case& k : cases) {
         SCOPED_TRACE(int(&k - cases));
-        ASSERT_FALSE(rig.start(k.m));
+        ASSERT_FALSE(rig.client.start(k.m));
         std::vector<DataBlock> b = rawBlocks(rig, k.blocks.size());
         ASSERT_EQ(b.size(), k.blocks.size());
         for (size_t i = 0; i < b.size(); i++) {
@@ -101,7 +101,7 @@ TEST(SimMeasure, TriggerLevelSlopeAndDelay) {
         SCOPED_TRACE(int(channel));
         std::tie(m.triggerMode, m.triggerChannel, m.triggerLevel, m.triggerDelay) =
             std::tie(mode, channel, level, delay);
-        ASSERT_FALSE(rig.start(m));
+        ASSERT_FALSE(rig.client.start(m));
         NodeStatus s;
         ASSERT_FALSE(rig.client.getStatus(s));
         EXPECT_EQ(s.status & uint32_t(RunBit | uint16_t(Status::TriggerWait)),
@@ -118,7 +118,7 @@ TEST(SimMeasure, TriggerLevelSlopeAndDelay) {
 
 TEST(SimMeasure, ProcessedValuesFollowTheRawSamples) {
     Rig rig;
-    ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 100, 13, 40)));
+    ASSERT_FALSE(rig.client.start(measurement(MeasureMode::OneShot, 1000, 100, 13, 40)));
     std::vector<DataBlock> raw = rawBlocks(rig, 8);
     ASSERT_TRUE(rig.client.waitFor([&] { return rig.client.procs.size() >= 3; }));
     // The samples of the capture, in order.
@@ -165,7 +165,7 @@ TEST(SimMeasure, ProcessedValuesFollowTheRawSamples) {
         at += counts[p];
     }
     // Processed blocks only when asked for.
-    ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 30, 13, 10), 3));
+    ASSERT_FALSE(rig.client.start(measurement(MeasureMode::OneShot, 1000, 30, 13, 10), 3));
     rawBlocks(rig, 3);
     EXPECT_TRUE(rig.client.procCopy().empty());
 }
@@ -176,10 +176,9 @@ TEST(SimMeasure, RecordsEachCaptureAsBlock512File) {
     ASSERT_FALSE(rig.client.getConfig(c));
     c.logData = 3; // raw and processed
     ASSERT_FALSE(rig.client.setConfig(c));
-    ASSERT_FALSE(rig.start(measurement(MeasureMode::OneShot, 1000, 30, 13)));
+    ASSERT_FALSE(rig.client.start(measurement(MeasureMode::OneShot, 1000, 30, 13)));
     ASSERT_TRUE(rig.client.waitFor([&] { return rig.client.procs.size() == 1; }));
     ASSERT_TRUE(rig.client.waitFor([&] { return rig.unit.mode() == Mode::Idle; }));
-
     FileInfo info;
     ASSERT_FALSE(rig.client.fileList("/internal/data", 0, info));
     ZString name = getCharArray(info.name);
@@ -187,19 +186,9 @@ TEST(SimMeasure, RecordsEachCaptureAsBlock512File) {
     EXPECT_EQ(name.extension(), "tavd");
     EXPECT_EQ(info.fileLength, 21u * 512);
     EXPECT_EQ(rig.client.fileList("/internal/data", 1, info), ZError(14, "No more files"));
-
-    // Fetched 512 bytes at a time up to error 14.
     std::vector<uint8_t> file;
-    unsigned int handle = 0;
-    ASSERT_FALSE(rig.client.fileOpen("/internal/data/" + name, "r", handle));
-    FileData d;
-    ZError err;
-    while (!(err = rig.client.fileRead(handle, unsigned(file.size()), 512, d)))
-        file.insert(file.end(), d.data, d.data + d.length);
-    EXPECT_EQ(err, ZError(14, "End of file"));
-    ASSERT_FALSE(rig.client.fileClose(handle));
+    ASSERT_FALSE(rig.unit.readFile("/internal/data/" + name, file));
     ASSERT_EQ(file.size(), 21u * 512);
-
     const std::vector<DataBlock> raw = rig.client.rawCopy();
     const DataBlockProc proc = rig.client.procCopy()[0];
     // Read back by the reader's rules: every block at a multiple of 512.
