@@ -187,30 +187,6 @@ TEST(TavroUnit, ConnectsOverTcpAndPtyAndKeepsCopies) {
     }
 }
 
-TEST(TavroUnit, LinkLossIsReportedOnceAndTheSameUnitReconnects) {
-    Sim sim(options("T400-000020"));
-    Unit u;
-    for (int round = 1; round <= 2; round++) {
-        ASSERT_EQ(u.connect(sim.url()), ZError()) << "round " << round;
-        ASSERT_TRUE(sim.unit.waitServing(2000000));
-        sim.unit.dropConnection();
-        ASSERT_TRUE(eventually([&] { return u.lost == round; })) << "round " << round;
-        EXPECT_FALSE(u.isConnected());
-        NodeInfo n;
-        EXPECT_EQ(u.getNodeInfo(n).number, 5);
-        ASSERT_TRUE(eventually([&] { return !sim.server.serving(); }));
-    }
-    // Kept after a receive error: the loop goes on and nothing is reported.
-    u.setKeepConnection(true);
-    ASSERT_FALSE(u.connect(sim.url()));
-    ASSERT_TRUE(sim.unit.waitServing(2000000));
-    sim.unit.dropConnection();
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    EXPECT_TRUE(u.isConnected());
-    EXPECT_EQ(u.lost, 2);
-    EXPECT_FALSE(u.disconnect());
-}
-
 TEST(TavroUnit, RawBlocksConvertByteForByte) {
     for (unsigned int rowWords : {9u, 10u}) {
         const unsigned int rows = 118 / rowWords;
@@ -336,10 +312,6 @@ std::string namespaceChild() {
 }
 
 TEST(TavroUnit, DefaultPortAndDiscoveryInANamespace) {
-    ZList<TavroUnitDevice> usb;
-    TavroUnit::findDevicesUsb(usb); // no USB in a container is as good an answer as a list
-    for (const TavroUnitDevice& d : usb)
-        EXPECT_EQ(d.type, "usb");
     const std::string path = testing::TempDir() + "tavrounit_child.txt";
     pid_t pid = fork();
     ASSERT_GE(pid, 0);
@@ -552,12 +524,9 @@ TEST(TavroUnits, WrongSizesAndLimitsDropAndCount) {
     g.dataClear();
     // Unit 2 never delivers: after a second's wait the oldest go.
     CaptureStdout();
-    auto t0 = std::chrono::steady_clock::now();
     for (unsigned int k = 0; k < waiting + 3; k++)
         g.sendDataFloatQueue(u1, floatBlock(k, 1));
     std::string out = GetCapturedStdout();
-    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(999))
-        << "gave up without waiting";
     EXPECT_EQ(g.droppedIncomplete(), 3u);
     EXPECT_EQ(out.rfind("TavroUnits::sendDataQueue: block 0 still waits for a unit, 1 incomplete "
                         "blocks dropped\n",
@@ -613,6 +582,8 @@ TEST(TavroUnits, AUnitLosingItsLinkIsReportedOnceWithEveryBlockKept) {
         ASSERT_FALSE(g.setMode(Mode::Run));
         ASSERT_TRUE(eventually([&] { return g.lost == round; }));
         EXPECT_FALSE(g.unitsConnected());
+        NodeInfo n;
+        EXPECT_EQ(g.unitMaster()->getNodeInfo(n).number, 5);
         std::vector<TavroUnitsDataBlock> v = drain(g);
         ASSERT_EQ(v.size(), sent) << "round " << round;
         for (size_t i = 0; i < v.size(); i++)
@@ -622,6 +593,13 @@ TEST(TavroUnits, AUnitLosingItsLinkIsReportedOnceWithEveryBlockKept) {
         ASSERT_EQ(g.unitsConnect(), ZError());
         EXPECT_EQ(g.unitMaster()->serialNumber(), "T400-000401");
     }
+    // Kept after a receive error: the loop goes on and nothing is reported.
+    g.unitMaster()->setKeepConnection(true);
+    ASSERT_TRUE(sim.unit.waitServing(2000000));
+    sim.unit.dropConnection();
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    EXPECT_TRUE(g.unitMaster()->isConnected());
+    EXPECT_EQ(g.lost, 2);
     ASSERT_FALSE(g.unitsDisconnect());
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(g.lost, 2) << "the owner's disconnect is no loss";
