@@ -658,39 +658,23 @@ void everyCall(Tavro& c, Recorder& u) {
 }
 #undef R
 
-struct Setup {
-    const char* what;
-    Transport transport;
-    bool threaded;
-};
-
-class TavroLoop : public ::testing::TestWithParam<Setup> {};
-
 } // namespace
 
-TEST_P(TavroLoop, EveryCallRoundTrips) {
-    TavroPair<Recorder> p(GetParam().transport, GetParam().threaded);
-    ASSERT_FALSE(p.joined) << p.joined.string;
-    p.start();
-    everyCall(p.client, p.unit);
-    if (GetParam().threaded) {
-        // The unit pushes status, data and messages to the application.
-        roundTrip(p.unit, p.client, TavroFn::sendStatus, &Tavro::sendStatus, "pushed status");
-        roundTrip(p.unit, p.client, TavroFn::sendData, &Tavro::sendData, "pushed data");
-        roundTrip(p.unit, p.client, TavroFn::sendMessage, &Tavro::sendMessage, "pushed message");
-    }
-    p.stop();
-    // One-way calls were never answered: an answer would be an unawaited reply.
-    EXPECT_TRUE(p.unitRx->errors().empty());
-    EXPECT_TRUE(!p.clientRx || p.clientRx->errors().empty());
+TEST(TavroLoop, EveryCallRoundTripsThreadedAndPolledOverLoopbackAndTcp) {
+    for (Transport transport : {Transport::Loopback, Transport::Tcp})
+        for (bool threaded : {true, false}) {
+            SCOPED_TRACE(std::string(threaded ? "threaded " : "polled ") +
+                         (transport == Transport::Tcp ? "TCP" : "loopback"));
+            TavroPair<Recorder> p(transport, threaded);
+            ASSERT_FALSE(p.joined) << p.joined.string;
+            p.start();
+            everyCall(p.client, p.unit);
+            p.stop();
+            // One-way calls were never answered: an answer would be an unawaited reply.
+            EXPECT_TRUE(p.unitRx->errors().empty());
+            EXPECT_TRUE(!p.clientRx || p.clientRx->errors().empty());
+        }
 }
-
-INSTANTIATE_TEST_SUITE_P(Transports, TavroLoop,
-                         ::testing::Values(Setup{"LoopbackThreaded", Transport::Loopback, true},
-                                           Setup{"LoopbackPolled", Transport::Loopback, false},
-                                           Setup{"TcpThreaded", Transport::Tcp, true},
-                                           Setup{"TcpPolled", Transport::Tcp, false}),
-                         [](const ::testing::TestParamInfo<Setup>& i) { return i.param.what; });
 
 namespace {
 

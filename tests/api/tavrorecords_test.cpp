@@ -103,7 +103,7 @@ const std::vector<EnumCase> cases = {
 
 } // namespace
 
-TEST(TavroEnums, EveryNameRoundTripsThroughItsValue) {
+TEST(TavroEnums, NamesValuesWordsAndStatusFlags) {
     int number = 0;
     enumInfoAll(number);
     ASSERT_EQ(number, int(cases.size())); // and each case is found by name below
@@ -129,9 +129,7 @@ TEST(TavroEnums, EveryNameRoundTripsThroughItsValue) {
     }
     EXPECT_EQ(enumInfoFind("NoSuchEnum"), nullptr);
     EXPECT_EQ(enumInfoFind(nullptr), nullptr);
-}
-
-TEST(TavroEnums, TypedConversionsWordsAndStatusFlags) {
+    // The typed forms, words and status flags.
     EXPECT_EQ(s(toZString(DataType::Raw40x)), "40x");
     EXPECT_EQ(s(toZString("ignored", WifiStatus::ConnectedInternet)), "ConnectedInternet");
     EXPECT_EQ(s(toZString(ErrorNum(0))), "Uknown");
