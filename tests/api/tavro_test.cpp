@@ -175,21 +175,6 @@ TEST(ZoapMc1Comms, TimeoutCapAndMissingTransport) {
     expectError(c.processRequests(), 5, "No connection");
 }
 
-TEST(ZoapMc1Comms, PacketSizeBelow32IsRefused) {
-    Link small(false, 31);
-    expectError(small.end.status(), 1, "ZoapMc1 packet size too small");
-    send(small.far, packet(9, Payload8));
-    expectError(small.end.processRx(), 1, "ZoapMc1 packet size too small");
-    EXPECT_EQ(small.near.readAvailable(), 24u) << "nothing may be read into the buffer";
-    expectError(small.end.request(8), 1, "ZoapMc1 packet size too small");
-    EXPECT_TRUE(drain(small.far).empty());
-    Link least(false, 32);
-    EXPECT_FALSE(least.end.status());
-    send(least.far, packet(9, Payload8));
-    EXPECT_FALSE(least.end.processRx());
-    EXPECT_EQ(least.end.taken.at(0), packet(9, Payload8));
-}
-
 TEST(ZoapMc1Comms, PolledExchange) {
     Link l(false);
     // A request of the unit ahead of the reply is served on the way.
