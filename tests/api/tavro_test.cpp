@@ -705,7 +705,7 @@ public:
 
 // Every call must get its own reply and every block be served once, in order and intact.
 TEST(TavroStress, CallsWhileTheUnitPushes) {
-    TavroPair<Node> p(Transport::Loopback, true, 5000000);
+    TavroPair<Node> p(Transport::Loopback, true);
     ASSERT_FALSE(p.joined);
     Node &app = p.client, &unit = p.unit;
     p.start();

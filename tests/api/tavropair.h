@@ -65,11 +65,11 @@ public:
 enum class Transport { Loopback, Tcp };
 
 // A client and a unit of type T over one transport (TCP through a listener on
-// an ephemeral port); reads give up after 20 ms. Receive threads are started
-// by start() and stopped before anything else goes.
+// an ephemeral port); reads give up after 20 ms, replies after 2 s. Receive
+// threads are started by start(); declared last, they end before anything else.
 template <class T>
 struct TavroPair {
-    TavroPair(Transport kind, bool clientThreaded, unsigned int replyUs = 2000000)
+    TavroPair(Transport kind, bool clientThreaded)
         : client(clientThreaded, 1024), unit(true, 1024) {
         if (kind == Transport::Loopback) {
             auto a = std::make_unique<ZCommsLoopback>(), b = std::make_unique<ZCommsLoopback>();
@@ -95,12 +95,8 @@ struct TavroPair {
         unit.setComms(unitEnd.get());
         client.setAddress(1, 2);
         unit.setAddress(2, 1);
-        client.setTimeout(replyUs);
-        unit.setTimeout(replyUs);
-    }
-    ~TavroPair() {
-        unitRx.reset();
-        clientRx.reset();
+        client.setTimeout(2000000);
+        unit.setTimeout(2000000);
     }
     void start() {
         unitRx.reset(new RxLoop(unit));
