@@ -123,6 +123,18 @@ std::string sector(const std::string& bytes) { // pads with junk to the next 512
     return bytes + std::string((512 - bytes.size() % 512) % 512, '\x5a');
 }
 
+// Converts bytes as a ".tavd" file to the output's format; text is what it wrote.
+ZError convert(const std::string& bytes, std::string& text, bool header = false,
+               const char* output = "out.csv", const TavdRawConverter& raw = TavdRawConverter()) {
+    const std::string in = tempName("in.tavd"), out = tempName(output);
+    writeAll(in, bytes);
+    const ZError err = tavdConvert(in.c_str(), out.c_str(), header, raw);
+    text = readAll(out);
+    unlink(in.c_str());
+    unlink(out.c_str());
+    return err;
+}
+
 } // namespace
 
 TEST(DataFile, OpenAndUnknownFormats) {
@@ -135,7 +147,6 @@ TEST(DataFile, OpenAndUnknownFormats) {
     { std::ofstream(name) << "x"; }
     EXPECT_FALSE(f.open(name.c_str(), "r", "xls"));
     EXPECT_TRUE(f.isOpen());
-    EXPECT_EQ(f.getFileName(), name.c_str());
     EXPECT_EQ(f.writeInfo(makeInfo(TavdFileType::Stream, 0), {}),
               ZError(12, "DataFile::writeInfo: Unknown format: xls"));
     DataBlock block = makeBlock(DataType::Float32, 1, 1);
@@ -341,7 +352,6 @@ TEST(DataFile, Tdms) {
 // What DataFile writes in a Stream file converts to exactly what DataFile
 // writes directly in the other formats.
 TEST(TavdReader, StreamRoundTrip) {
-    const std::string raw = tempName("in.tavd"), out = tempName("out.csv");
     DataBlock data = makeBlock(DataType::Float32, 10, 3);
     DataBlockProc proc;
     proc.numChannels = 10;
@@ -349,26 +359,22 @@ TEST(TavdReader, StreamRoundTrip) {
     proc.type = DataType::Proc;
     proc.analogueData[2].rms = 4.5f;
     proc.digitalData = 3;
-    for (const char* format : {"tavd", "csv_with_header"}) {
-        DataFile f;
-        ASSERT_FALSE(f.open((*format == 't' ? raw : out).c_str(), "w", format));
+    auto body = [&](DataFile& f) {
         ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 10), makeChannels(10)));
         ASSERT_FALSE(f.writeData(&data) || f.writeData(&proc) || f.writeData(&data));
         ASSERT_FALSE(f.writeEnd());
-    }
-    const std::string direct = readAll(out);
-    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), true));
-    EXPECT_EQ(readAll(out), direct);
+    };
+    const std::string tavd = written("tavd", body);
+    std::string text;
+    ASSERT_FALSE(convert(tavd, text, true));
+    EXPECT_EQ(text, written("csv_with_header", body));
     // Processed blocks have no TDMS form.
-    EXPECT_EQ(tavdConvert(raw.c_str(), (out + ".tdms").c_str(), true),
+    EXPECT_EQ(convert(tavd, text, true, "out.tdms"),
               ZError(12, "DataFile::writeData: TDMS format not supported"));
-    for (const std::string& name : {raw, out, out + ".tdms"})
-        unlink(name.c_str());
 }
 
 // A unit's Block512 file: every block after the info block fills whole sectors.
 TEST(TavdReader, Block512Sectors) {
-    const std::string raw = tempName("unit.tavd"), out = tempName("unit.csv");
     DataBlock data = makeBlock(DataType::Float32, 2, 2);
     std::string file = sector(block(232, 30, image(makeInfo(TavdFileType::Block512, 2))));
     for (const ChannelConfig& ch : makeChannels(2))
@@ -376,12 +382,10 @@ TEST(TavdReader, Block512Sectors) {
     file += sector(block(16 + 40, 31, image(data).substr(0, 40)));
     file += sector(block(16 + 496, 31, image(data))); // 528 bytes: two sectors
     file += sector(block(20, 33, "abcd"));            // skipped
-    writeAll(raw, file);
-    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), false));
+    std::string text;
+    ASSERT_FALSE(convert(file, text));
     const std::string lines = "-3.000000,-2.500000\n-2.000000,-1.500000\n";
-    EXPECT_EQ(readAll(out), lines + lines);
-    unlink(raw.c_str());
-    unlink(out.c_str());
+    EXPECT_EQ(text, lines + lines);
 }
 
 TEST(TavdReader, HostileFilesRefused) {
@@ -417,35 +421,29 @@ TEST(TavdReader, HostileFilesRefused) {
         {info + block(16 + 496, 31, image(raw40x)), ZError(12, ""), true},
         {"", ZError()}, // an empty file is an empty conversion
     };
-    const std::string raw = tempName("bad.tavd"), out = tempName("bad.csv");
     for (const Case& c : cases) {
-        writeAll(raw, c.bytes);
-        const ZError err = tavdConvert(raw.c_str(), out.c_str(), false);
+        std::string text;
+        const ZError err = convert(c.bytes, text);
         EXPECT_TRUE(c.numberOnly ? err.number == c.error.number : err == c.error)
             << err.number << " " << err.str().retStr() << " for " << c.error.str().retStr();
     }
-    EXPECT_EQ(readAll(out), "");
-    TavdReader in;
+    const std::string raw = tempName("bad.tavd");
     writeAll(raw, block(100, 33));
+    TavdReader in;
     ASSERT_FALSE(in.open(raw.c_str()));
     EXPECT_EQ(in.readPacket(), ZError(14, "File read end"));
     EXPECT_EQ(tavdConvert(raw.c_str(), "", false), ZError(1, "No output file given"));
-    const ZError err = tavdConvert("/nonexistent/x.tavd", out.c_str(), false);
+    const ZError err = tavdConvert("/nonexistent/x.tavd", tempName("x.csv").c_str(), false);
     EXPECT_EQ(err.number, 1);
     EXPECT_EQ(strncmp(err.str().retStr(), "Unable to open file: /nonexistent/x.tavd: ", 42), 0);
     unlink(raw.c_str());
-    unlink(out.c_str());
 }
 
 // Raw unit blocks go through the converter into a full 16-channel block; the
 // application's own 16 x 13 float blocks (860-byte payloads) convert back.
 TEST(TavdReader, RawAndFullFloatBlocks) {
-    const std::string raw = tempName("raw.tavd"), out = tempName("raw.csv");
-    DataBlock raw40x = makeBlock(DataType::Raw40x, 9, 13);
-    writeAll(raw, block(232, 30, image(makeInfo(TavdFileType::Stream, 0))) +
-                      block(16 + 496, 31, image(raw40x)));
     int calls = 0;
-    auto convert = [&](const DataBlock& in, DataBlockFloat& f) {
+    auto converter = [&](const DataBlock& in, DataBlockFloat& f) {
         calls++;
         EXPECT_EQ(in.numSamples, 13);
         f.numChannels = DataBlockFloat::channelsMax;
@@ -454,9 +452,11 @@ TEST(TavdReader, RawAndFullFloatBlocks) {
             f.data[i] = float(i);
         return ZError();
     };
-    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), false, convert));
+    std::string text;
+    ASSERT_FALSE(convert(block(232, 30, image(makeInfo(TavdFileType::Stream, 0))) +
+                             block(16 + 496, 31, image(makeBlock(DataType::Raw40x, 9, 13))),
+                         text, false, "out.csv", converter));
     EXPECT_EQ(calls, 1);
-    std::string text = readAll(out);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 13);
     EXPECT_EQ(text.substr(text.size() - 12), ",207.000000\n");
     DataBlockFloat full;
@@ -464,17 +464,12 @@ TEST(TavdReader, RawAndFullFloatBlocks) {
     full.numSamples = DataBlockFloat::samplesMax;
     for (int i = 0; i < DataBlockFloat::dataMax; i++)
         full.data[i] = float(i) - 0.5f;
-    {
-        DataFile f;
-        ASSERT_FALSE(f.open(raw.c_str(), "w", "tavd"));
-        ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 0), makeChannels(0)));
+    const std::string file = written("tavd", [&](DataFile& f) {
+        ASSERT_FALSE(f.writeInfo(makeInfo(TavdFileType::Stream, 0), {}));
         ASSERT_FALSE(f.writeData(&full));
-    }
-    ASSERT_FALSE(tavdConvert(raw.c_str(), out.c_str(), false));
-    text = readAll(out);
+    });
+    ASSERT_FALSE(convert(file, text));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 13);
     EXPECT_EQ(text.substr(0, 20), "-0.500000,0.500000,1");
     EXPECT_EQ(text.substr(text.size() - 12), ",206.500000\n");
-    unlink(raw.c_str());
-    unlink(out.c_str());
 }

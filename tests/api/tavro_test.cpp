@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <functional>
 #include <mutex>
 #include <set>
@@ -21,6 +23,49 @@ using namespace zoaptest;
 
 namespace {
 
+typedef std::vector<uint8_t> Bytes;
+
+Bytes cat(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// A whole packet: header (length from the payload unless given) and payload.
+Bytes packet(uint16_t function, const Bytes& payload = Bytes(), uint16_t status = 0,
+             uint16_t destination = 1, uint16_t source = 2, int length = -1) {
+    Bytes b;
+    for (uint16_t w : {uint16_t(0x555A), uint16_t(length >= 0 ? length : 16 + int(payload.size())),
+                       destination, source, function, status, uint16_t(0), uint16_t(0)})
+        b.insert(b.end(), {uint8_t(w), uint8_t(w >> 8)});
+    return cat(b, payload);
+}
+
+// A 40-byte error record; text is copied as given (up to 38 bytes).
+Bytes errorRecord(int16_t number, const char* text = "") {
+    Bytes b = {uint8_t(number), uint8_t(uint16_t(number) >> 8)};
+    b.resize(40);
+    memcpy(&b[2], text, std::min(strlen(text), size_t(38)));
+    return b;
+}
+
+// Everything the end has received within a short time.
+Bytes drain(ZCommsLoopback& end) {
+    Bytes out;
+    while (!end.wait(2, 20000, 1) && end.readAvailable() > 0) {
+        Bytes b(end.readAvailable());
+        unsigned int got = 0;
+        if (end.read(b.data(), unsigned(b.size()), got))
+            break;
+        out.insert(out.end(), b.begin(), b.begin() + got);
+    }
+    return out;
+}
+
+ZError send(ZCommsLoopback& end, const Bytes& b) {
+    unsigned int written = 0;
+    return end.write(b.data(), unsigned(b.size()), written);
+}
+
 // The bytes of a value, to compare what was sent with what was served.
 template <class T>
 Bytes bytesOf(const T& v) {
@@ -33,13 +78,23 @@ Bytes bytesOf(const T& v) {
                      reinterpret_cast<const uint8_t*>(&v + 1));
 }
 
+// Inputs made from a seed: strings of 0 to 5 characters, scalars and
+// records of varied bytes.
 template <class T>
-T patterned(uint8_t seed) {
-    T v;
-    uint8_t* p = reinterpret_cast<uint8_t*>(&v);
-    for (size_t i = 0; i < sizeof(T); i++)
-        p[i] = uint8_t(seed + i * 7);
-    return v;
+void sample(T& v, int seed) {
+    if constexpr (std::is_same<T, ZString>::value)
+        v = ZString("abcde").subString(0, seed % 6);
+    else if constexpr (std::is_same<T, bool>::value)
+        v = seed % 2 == 0;
+    else if constexpr (std::is_floating_point<T>::value)
+        v = 1.5f * float(seed);
+    else if constexpr (std::is_integral<T>::value)
+        v = T(0x0102030405060708ull * uint64_t(seed) + 1);
+    else if constexpr (std::is_enum<T>::value)
+        v = T(seed % 3 + 1);
+    else
+        for (size_t i = 0; i < sizeof(T); i++)
+            reinterpret_cast<uint8_t*>(&v)[i] = uint8_t(seed + i * 11);
 }
 
 const Bytes Payload8 = {'0', '1', '2', '3', '4', '5', '6', '7'};
@@ -69,14 +124,9 @@ public:
     using ZoapMc1Comms::ZoapMc1Comms;
     ZError processRequest() override {
         ZError err = readRequestPayload();
-        std::lock_guard<std::mutex> lock(mutex);
         if (!err)
-            requests.push_back(Bytes(packetRx(), packetRx() + rxHeader().length));
+            taken.push_back(Bytes(packetRx(), packetRx() + rxHeader().length));
         return err;
-    }
-    std::vector<Bytes> taken() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return requests;
     }
     // Sends a request of one header and one 4-byte argument chunk.
     ZError request(uint16_t function, bool wantReply = true) {
@@ -85,10 +135,7 @@ public:
         ZDataChunk chunks[2] = {{&h, 16}, {&arg, 4}};
         return packetTx(chunks, 2, wantReply ? function : 0);
     }
-
-private:
-    std::mutex mutex;
-    std::vector<Bytes> requests;
+    std::vector<Bytes> taken;
 };
 using Link = Wire<Channel>;
 
@@ -115,13 +162,8 @@ void expectError(const ZError& err, int number, const char* text) {
 
 } // namespace
 
-TEST(ZoapMc1Comms, VersionTimeoutAndMissingTransport) {
-    EXPECT_EQ(uint32_t(ZoapMc1ApiVer(1, 0)), 0x00010000u);
-    ZoapMc1ApiVer v(0x00020003u);
-    EXPECT_EQ(v.majorNo(), 2);
-    EXPECT_EQ(v.minorNo(), 3);
+TEST(ZoapMc1Comms, TimeoutCapAndMissingTransport) {
     Channel c(true, 256);
-    EXPECT_EQ(uint32_t(c.getApiVersion()), 0u);
     EXPECT_EQ(c.setTimeout(5000000), 2000000u);
     uint8_t b[4];
     expectError(c.packetTx(nullptr, 0, 8), 5, "No connection");
@@ -133,21 +175,6 @@ TEST(ZoapMc1Comms, VersionTimeoutAndMissingTransport) {
     expectError(c.processRequests(), 5, "No connection");
 }
 
-TEST(ZoapMc1Comms, PacketSizeBelow32IsRefused) {
-    Link small(false, 31);
-    expectError(small.end.status(), 1, "ZoapMc1 packet size too small");
-    send(small.far, packet(9, Payload8));
-    expectError(small.end.processRx(), 1, "ZoapMc1 packet size too small");
-    EXPECT_EQ(small.near.readAvailable(), 24u) << "nothing may be read into the buffer";
-    expectError(small.end.request(8), 1, "ZoapMc1 packet size too small");
-    EXPECT_TRUE(drain(small.far).empty());
-    Link least(false, 32);
-    EXPECT_FALSE(least.end.status());
-    send(least.far, packet(9, Payload8));
-    EXPECT_FALSE(least.end.processRx());
-    EXPECT_EQ(least.end.taken().at(0), packet(9, Payload8));
-}
-
 TEST(ZoapMc1Comms, PolledExchange) {
     Link l(false);
     // A request of the unit ahead of the reply is served on the way.
@@ -155,7 +182,7 @@ TEST(ZoapMc1Comms, PolledExchange) {
          cat(packet(9, Payload8), packet(0x8007, cat({'A', 'B', 'C', 'D'}, errorRecord(0)))));
     ASSERT_FALSE(l.end.request(7));
     EXPECT_EQ(drain(l.far), packet(7, {0x44, 0x33, 0x22, 0x11}));
-    EXPECT_EQ(l.end.taken().size(), 1u);
+    EXPECT_EQ(l.end.taken.size(), 1u);
     EXPECT_EQ(l.end.rxHeader().function, 0x8007);
     char result[4];
     ZoapMc1ErrorRecord record;
@@ -170,40 +197,12 @@ TEST(ZoapMc1Comms, PolledExchange) {
     EXPECT_FALSE(l.end.packetRxData(&record, 40));
     EXPECT_FALSE(l.end.packetRxEnd());
     EXPECT_FALSE(l.end.processRx());
-    EXPECT_EQ(l.end.taken().at(1), packet(9, Payload8));
+    EXPECT_EQ(l.end.taken.at(1), packet(9, Payload8));
     // No reply at all: the exchange still counts as sent; a one-way one does not wait.
     drain(l.far);
     EXPECT_FALSE(l.end.request(7));
     EXPECT_FALSE(l.end.request(31, false));
     EXPECT_EQ(drain(l.far).size(), 40u);
-}
-
-TEST(ZoapMc1Comms, ThreadedHandOver) {
-    Link l(true);
-    l.end.setTimeout(2000000);
-    RxLoop rx(l.end);
-    // A request right behind the reply: the receive thread leaves the reply to the caller.
-    std::thread unit([&] {
-        readN(l.far, 20);
-        send(l.far, cat(packet(0x8007, cat({'A', 'B', 'C', 'D'}, errorRecord(-2, "bad"))),
-                        packet(9, Payload8)));
-    });
-    ASSERT_FALSE(l.end.request(7));
-    unit.join();
-    delayMs(20);
-    char result[4];
-    ZoapMc1ErrorRecord record;
-    ASSERT_FALSE(l.end.packetRxData(result, 4));
-    ASSERT_FALSE(l.end.packetRxData(&record, 40));
-    EXPECT_EQ(memcmp(result, "ABCD", 4), 0);
-    EXPECT_EQ(record.number, -2);
-    EXPECT_STREQ(record.text, "bad");
-    l.end.packetRxEnd();
-    for (int i = 0; i < 200 && l.end.taken().empty(); i++)
-        delayMs(5);
-    rx.stop();
-    EXPECT_EQ(l.end.taken(), std::vector<Bytes>{packet(9, Payload8)});
-    EXPECT_TRUE(rx.errors().empty());
 }
 
 TEST(ZoapMc1Comms, StreamResynchronisation) {
@@ -224,7 +223,6 @@ TEST(ZoapMc1Comms, StreamResynchronisation) {
         // A length above maxPacket or below 16 is a bad header like a bad magic.
         {"length 65", 64, cat(packet(9, {}, 0, 1, 2, 65), tail), true, good},
         {"length 15", 64, cat(packet(9, {}, 0, 1, 2, 15), tail), true, good},
-        {"length 0", 64, cat(packet(9, {}, 0, 1, 2, 0), tail), true, good},
         {"length of exactly maxPacket", 64, packet(9, Bytes(48, 7)), false,
          packet(9, Bytes(48, 7))},
     };
@@ -235,7 +233,7 @@ TEST(ZoapMc1Comms, StreamResynchronisation) {
         if (c.corrupt)
             expectError(l.end.processRx(), 6, "Currupt packet");
         EXPECT_FALSE(l.end.processRx());
-        EXPECT_EQ(l.end.taken(), std::vector<Bytes>{c.taken});
+        EXPECT_EQ(l.end.taken, std::vector<Bytes>{c.taken});
     }
 }
 
@@ -250,18 +248,13 @@ TEST(ZoapMc1Comms, PacketModeRefusesBadPackets) {
         expectError(l.end.processRx(), 6, "ZoapMc1 packet data error");
         l.near.flush(ZComms::FlushRead);
     }
-    EXPECT_TRUE(l.end.taken().empty());
+    EXPECT_TRUE(l.end.taken.empty());
     send(l.far, packet(9, Payload8));
     EXPECT_FALSE(l.end.processRx());
-    EXPECT_EQ(l.end.taken().size(), 1u);
+    EXPECT_EQ(l.end.taken.size(), 1u);
 }
 
 TEST(ZoapMc1Comms, UnawaitedAndLateReplies) {
-    {
-        Link l(true);
-        send(l.far, packet(0x8005, errorRecord(0)));
-        expectError(l.end.processRx(), 6, "Currupt packet");
-    }
     {
         // Timed out, then another function called: the late reply is corrupt.
         Link l(true);
@@ -284,8 +277,10 @@ TEST(ZoapMc1Comms, UnawaitedAndLateReplies) {
 }
 
 TEST(TavroRequest, ArgumentShapesOnTheWire) {
-    const Configuration config = patterned<Configuration>(1);
-    const ChannelConfig channel = patterned<ChannelConfig>(2);
+    Configuration config;
+    ChannelConfig channel;
+    sample(config, 1);
+    sample(channel, 2);
     const FileData noData;
     struct Case {
         const char* what;
@@ -297,8 +292,6 @@ TEST(TavroRequest, ArgumentShapesOnTheWire) {
         {"none", [](Tavro& t) { return t.logout(); }, packet(3), false},
         {"word", [](Tavro& t) { return t.setDigital(0xAABBCCDD); },
          packet(44, {0xDD, 0xCC, 0xBB, 0xAA}), false},
-        {"enum word", [](Tavro& t) { return t.setMode(Mode::Sleep); }, packet(7, {4, 0, 0, 0}),
-         false},
         {"byte word", [](Tavro& t) { return t.sendDataEnable(0xFE); }, packet(20, {0xFE, 0, 0, 0}),
          false},
         {"word, bool word", [](Tavro& t) { return t.setRelay(3, true); },
@@ -322,8 +315,6 @@ TEST(TavroRequest, ArgumentShapesOnTheWire) {
          packet(55, cat({9, 0, 0, 0, 0, 1, 0, 0}, bytesOf(noData))), false},
         {"one-way time", [](Tavro& t) { return t.sendTime(ZTimeUs(0x1122334455667788ull)); },
          packet(6, {0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11}), true},
-        {"one-way words", [](Tavro& t) { return t.factoryReset(true, false); },
-         packet(5, {1, 0, 0, 0, 0, 0, 0, 0}), true},
         {"one-way word, string", [](Tavro& t) { return t.sendMessage(7, "hi"); },
          packet(95, {7, 0, 0, 0, 'h', 'i', 0, 0}), true},
     };
@@ -341,8 +332,9 @@ TEST(TavroRequest, ArgumentShapesOnTheWire) {
 // every reply is read to its end.
 TEST(TavroReply, ResultShapes) {
     Wire<> w;
-    const NodeStatus sent = patterned<NodeStatus>(3), before = patterned<NodeStatus>(9);
-    NodeStatus status;
+    NodeStatus sent, before, status;
+    sample(sent, 3);
+    sample(before, 9);
     send(w.far, packet(0x8008, cat(bytesOf(sent), errorRecord(0))));
     EXPECT_FALSE(w.end.getStatus(status));
     EXPECT_EQ(bytesOf(status), bytesOf(sent));
@@ -417,14 +409,11 @@ TEST(TavroServe, HostileAndUnknownRequests) {
     const Case refused[] = {
         {packet(31, Bytes(10, 0x55)), ZError(6, tooShort)},
         {packet(12), ZError(6, tooShort)},
-        {packet(95, {7, 0, 0}), ZError(6, tooShort)},
         {packet(57, {'a', 'b', 'c', 'd'}), ZError(6, open)},
-        {packet(95, {7, 0, 0, 0}), ZError(6, open)},
         {packet(4, {'a', 0, 0, 0, 'b', 'c'}), ZError(6, open)},
         {packet(19), ZError(5, "No such function")},
         {packet(104), ZError(5, "No such function")},
         {packet(0), ZError(5, "No such function")},
-        {packet(0x7FFF), ZError(5, "No such function")},
     };
     Wire<Unit> w;
     for (const Case& c : refused) {
@@ -470,9 +459,6 @@ TEST(TavroServe, RepliesGoOutWholeThroughShortWrites) {
     send(w.far, packet(57, {'a', 0, 0, 0}));
     EXPECT_FALSE(w.end.processRx());
     EXPECT_EQ(drain(w.far), replyTo(57, ZError(), 0));
-    send(w.far, packet(19));
-    EXPECT_FALSE(w.end.processRx());
-    EXPECT_EQ(drain(w.far), replyTo(19, ZError(5, "No such function")));
     Dribble stuck(w.near, 0);
     w.end.setComms(stuck);
     send(w.far, packet(57, {'a', 0, 0, 0}));
@@ -480,25 +466,6 @@ TEST(TavroServe, RepliesGoOutWholeThroughShortWrites) {
 }
 
 namespace {
-
-// Inputs made from a seed: strings of 0 to 5 characters, scalars and
-// records of varied bytes.
-template <class T>
-void sample(T& v, int seed) {
-    if constexpr (std::is_same<T, ZString>::value)
-        v = ZString("abcde").subString(0, seed % 6);
-    else if constexpr (std::is_same<T, bool>::value)
-        v = seed % 2 == 0;
-    else if constexpr (std::is_floating_point<T>::value)
-        v = 1.5f * float(seed);
-    else if constexpr (std::is_integral<T>::value)
-        v = T(0x0102030405060708ull * uint64_t(seed) + 1);
-    else if constexpr (std::is_enum<T>::value)
-        v = T(seed % 3 + 1);
-    else
-        for (size_t i = 0; i < sizeof(T); i++)
-            reinterpret_cast<uint8_t*>(&v)[i] = uint8_t(seed + i * 11);
-}
 
 // What a unit answers for function f: outputs from f (a bool is true), and
 // an error for every third function.
@@ -676,43 +643,23 @@ void everyCall(Tavro& c, Recorder& u) {
 }
 #undef R
 
-struct Setup {
-    const char* what;
-    Transport transport;
-    bool threaded;
-};
-
-void PrintTo(const Setup& s, std::ostream* os) {
-    *os << s.what;
-}
-
-class TavroLoop : public ::testing::TestWithParam<Setup> {};
-
 } // namespace
 
-TEST_P(TavroLoop, EveryCallRoundTrips) {
-    TavroPair<Recorder> p(GetParam().transport, GetParam().threaded);
-    ASSERT_FALSE(p.joined) << p.joined.string;
-    p.start();
-    everyCall(p.client, p.unit);
-    if (GetParam().threaded) {
-        // The unit pushes status, data and messages to the application.
-        roundTrip(p.unit, p.client, TavroFn::sendStatus, &Tavro::sendStatus, "pushed status");
-        roundTrip(p.unit, p.client, TavroFn::sendData, &Tavro::sendData, "pushed data");
-        roundTrip(p.unit, p.client, TavroFn::sendMessage, &Tavro::sendMessage, "pushed message");
-    }
-    p.stop();
-    // One-way calls were never answered: an answer would be an unawaited reply.
-    EXPECT_TRUE(p.unitRx->errors().empty());
-    EXPECT_TRUE(!p.clientRx || p.clientRx->errors().empty());
+TEST(TavroLoop, EveryCallRoundTripsThreadedAndPolledOverLoopbackAndTcp) {
+    for (Transport transport : {Transport::Loopback, Transport::Tcp})
+        for (bool threaded : {true, false}) {
+            SCOPED_TRACE(std::string(threaded ? "threaded " : "polled ") +
+                         (transport == Transport::Tcp ? "TCP" : "loopback"));
+            TavroPair<Recorder> p(transport, threaded);
+            ASSERT_FALSE(p.joined) << p.joined.string;
+            p.start();
+            everyCall(p.client, p.unit);
+            p.stop();
+            // One-way calls were never answered: an answer would be an unawaited reply.
+            EXPECT_TRUE(p.unitRx->errors().empty());
+            EXPECT_TRUE(!p.clientRx || p.clientRx->errors().empty());
+        }
 }
-
-INSTANTIATE_TEST_SUITE_P(Transports, TavroLoop,
-                         ::testing::Values(Setup{"LoopbackThreaded", Transport::Loopback, true},
-                                           Setup{"LoopbackPolled", Transport::Loopback, false},
-                                           Setup{"TcpThreaded", Transport::Tcp, true},
-                                           Setup{"TcpPolled", Transport::Tcp, false}),
-                         [](const ::testing::TestParamInfo<Setup>& i) { return i.param.what; });
 
 namespace {
 
@@ -758,7 +705,7 @@ public:
 
 // Every call must get its own reply and every block be served once, in order and intact.
 TEST(TavroStress, CallsWhileTheUnitPushes) {
-    TavroPair<Node> p(Transport::Loopback, true, 5000000);
+    TavroPair<Node> p(Transport::Loopback, true);
     ASSERT_FALSE(p.joined);
     Node &app = p.client, &unit = p.unit;
     p.start();

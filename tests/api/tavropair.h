@@ -6,12 +6,52 @@
 
 #include "commsnet.h"
 #include "tavro.h"
-#include "zoaptest.h"
+#include "zcommsloopback.h"
 #include "zsocket.h"
+#include "zthread.h"
 
+#include <atomic>
 #include <memory>
+#include <mutex>
+#include <vector>
 
 namespace zoaptest {
+
+// Calls processRx until stopped; keeps every error but the transport's
+// time-out, and ends when the transport has gone.
+class RxLoop : public ZThread {
+public:
+    explicit RxLoop(ZoapMc1Comms& channel) : ochannel(channel), ostop(false) { start(); }
+    ~RxLoop() override { stop(); }
+
+    void stop() {
+        ostop = true;
+        waitForCompletion();
+    }
+    std::vector<ZError> errors() {
+        std::lock_guard<std::mutex> lock(omutex);
+        return oerrors;
+    }
+
+    int function() override {
+        while (!ostop) {
+            ZError err = ochannel.processRx();
+            if (!err || err.number == -110)
+                continue;
+            std::lock_guard<std::mutex> lock(omutex);
+            oerrors.push_back(err.copy());
+            if (err.number == -32 || err.number == 1 || err.number == 5)
+                break;
+        }
+        return 0;
+    }
+
+private:
+    ZoapMc1Comms& ochannel;
+    std::atomic<bool> ostop;
+    std::mutex omutex;
+    std::vector<ZError> oerrors;
+};
 
 // The unit's side of an accepted TCP connection.
 class AcceptedNet : public TavroApi::CommsNet {
@@ -25,12 +65,11 @@ public:
 enum class Transport { Loopback, Tcp };
 
 // A client and a unit of type T over one transport (TCP through a listener on
-// an ephemeral port); reads give up after readUs. Receive threads are started
-// by start() and stopped before anything else goes.
+// an ephemeral port); reads give up after 20 ms, replies after 2 s. Receive
+// threads are started by start(); declared last, they end before anything else.
 template <class T>
 struct TavroPair {
-    TavroPair(Transport kind, bool clientThreaded, unsigned int replyUs = 2000000,
-              unsigned int readUs = 20000)
+    TavroPair(Transport kind, bool clientThreaded)
         : client(clientThreaded, 1024), unit(true, 1024) {
         if (kind == Transport::Loopback) {
             auto a = std::make_unique<ZCommsLoopback>(), b = std::make_unique<ZCommsLoopback>();
@@ -51,17 +90,13 @@ struct TavroPair {
             unitEnd = std::make_unique<AcceptedNet>(fd);
         }
         for (ZComms* end : {clientEnd.get(), unitEnd.get()})
-            end->setTimeout(readUs);
+            end->setTimeout(20000);
         client.setComms(clientEnd.get());
         unit.setComms(unitEnd.get());
         client.setAddress(1, 2);
         unit.setAddress(2, 1);
-        client.setTimeout(replyUs);
-        unit.setTimeout(replyUs);
-    }
-    ~TavroPair() {
-        unitRx.reset();
-        clientRx.reset();
+        client.setTimeout(2000000);
+        unit.setTimeout(2000000);
     }
     void start() {
         unitRx.reset(new RxLoop(unit));

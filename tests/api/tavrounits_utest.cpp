@@ -53,21 +53,14 @@ DataBlock rawBlock(unsigned int rowWords, unsigned int rows) {
 }
 
 // The blocks on stream 0 once the processing thread is through.
-std::vector<TavroUnitsDataBlock> drain(Group& g, unsigned int stream = 0) {
+std::vector<TavroUnitsDataBlock> drain(Group& g) {
     EXPECT_TRUE(g.dataFlush(2000000));
     std::vector<TavroUnitsDataBlock> v;
-    while (TavroUnitsDataBlock* b = g.dataRead(stream)) {
+    while (TavroUnitsDataBlock* b = g.dataRead(0)) {
         v.push_back(*b);
-        g.dataDone(stream);
+        g.dataDone(0);
     }
     return v;
-}
-
-// Unit n's raw value of analogue input 7, the output AO0 wired back, is
-// proportional to the level set on that unit.
-void setLevels(Group& g, const std::vector<float>& volts) {
-    for (size_t i = 0; i < volts.size(); i++)
-        ASSERT_FALSE(g.unit(unsigned(i) + 1)->setAnalogueOut(0, volts[i]));
 }
 
 class SlowGroup : public Group {
@@ -98,7 +91,7 @@ public:
 
 } // namespace
 
-TEST(TavroUnit, UrlAndTransportFailures) {
+TEST(TavroUnit, ConnectFailuresAndApiVersions) {
     const std::pair<ZString, const char*> cases[] = {
         // URL, start of the stdout line (null: none and an invalid name)
         {"http://127.0.0.1", nullptr},
@@ -125,21 +118,16 @@ TEST(TavroUnit, UrlAndTransportFailures) {
     }
     NodeInfo n;
     EXPECT_EQ(u.getNodeInfo(n).number, 5) << "no transport after a failed connect";
-    EXPECT_EQ(u.lost, 0);
-}
-
-TEST(TavroUnit, ApiVersionOfOtherMajorRefused) {
+    // A unit of another major API version is refused, another minor is fine.
     SimOptions o = options("T400-000002");
     o.api = "2.0";
     Sim two(o);
     o.api = "1.7";
     Sim newer(o);
-    Unit u;
     EXPECT_EQ(u.connect(two.url()), ZError(23, "API version 2.0 not supported"));
     EXPECT_FALSE(u.isConnected());
     EXPECT_TRUE(eventually([&] { return two.server.sessions() == 1 && !two.server.serving(); }))
         << "the refused unit's link stays open";
-    // Another minor version of major 1 is fine.
     ASSERT_FALSE(u.connect(newer.url()));
     EXPECT_EQ(u.nodeInfo().apiVersion.mid, 7);
     EXPECT_EQ(u.lost, 0);
@@ -161,7 +149,6 @@ TEST(TavroUnit, ConnectsOverTcpAndPtyAndKeepsCopies) {
         ZError e = u.connect(l.url);
         ASSERT_FALSE(e) << l.url << ": " << e.string.str();
         EXPECT_EQ(u.serialNumber(), l.serial);
-        EXPECT_EQ(u.device(), l.url);
         EXPECT_EQ(u.info().numChannels, 16);
         for (unsigned int c : {0u, 15u, 16u}) {
             ChannelConfig mine = u.channelConfig(c), theirs = l.unit.channelConfig(c);
@@ -187,30 +174,6 @@ TEST(TavroUnit, ConnectsOverTcpAndPtyAndKeepsCopies) {
     }
 }
 
-TEST(TavroUnit, LinkLossIsReportedOnceAndTheSameUnitReconnects) {
-    Sim sim(options("T400-000020"));
-    Unit u;
-    for (int round = 1; round <= 2; round++) {
-        ASSERT_EQ(u.connect(sim.url()), ZError()) << "round " << round;
-        ASSERT_TRUE(sim.unit.waitServing(2000000));
-        sim.unit.dropConnection();
-        ASSERT_TRUE(eventually([&] { return u.lost == round; })) << "round " << round;
-        EXPECT_FALSE(u.isConnected());
-        NodeInfo n;
-        EXPECT_EQ(u.getNodeInfo(n).number, 5);
-        ASSERT_TRUE(eventually([&] { return !sim.server.serving(); }));
-    }
-    // Kept after a receive error: the loop goes on and nothing is reported.
-    u.setKeepConnection(true);
-    ASSERT_FALSE(u.connect(sim.url()));
-    ASSERT_TRUE(sim.unit.waitServing(2000000));
-    sim.unit.dropConnection();
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    EXPECT_TRUE(u.isConnected());
-    EXPECT_EQ(u.lost, 2);
-    EXPECT_FALSE(u.disconnect());
-}
-
 TEST(TavroUnit, RawBlocksConvertByteForByte) {
     for (unsigned int rowWords : {9u, 10u}) {
         const unsigned int rows = 118 / rowWords;
@@ -231,23 +194,12 @@ TEST(TavroUnit, RawBlocksConvertByteForByte) {
                 ASSERT_EQ(out.data[s * 16 + c], v) << rowWords << " " << s << " " << c;
             }
     }
-    // With 8 channels a block the digital ones are left out.
-    TavroUnit::blockNumChannels = 8;
-    DataBlockFloat out;
-    ZError e = TavroUnit::processdataBlock(rawBlock(9, 2), out);
-    TavroUnit::blockNumChannels = 16;
-    ASSERT_FALSE(e);
-    EXPECT_EQ(out.numChannels, 8);
-    EXPECT_EQ(out.data[8], 9.5f) << "row 1 starts at word 9";
-    EXPECT_EQ(out.data[16], 0.0f);
     // Other types are copied as they are.
     DataBlock proc = rawBlock(16, 1);
     proc.type = DataType::Proc;
+    DataBlockFloat out;
     ASSERT_FALSE(TavroUnit::processdataBlock(proc, out));
     EXPECT_EQ(memcmp(&out, &proc, sizeof(proc)), 0);
-    const char* rest = reinterpret_cast<const char*>(&out) + sizeof(proc);
-    EXPECT_EQ(std::count(rest, rest + sizeof(out) - sizeof(proc), 0),
-              long(sizeof(out) - sizeof(proc)));
     // Rows narrower than 9 words or beyond 118 words are refused.
     const unsigned hostile[][2] = {{0, 1},   {8, 13}, {1, 0xFFFF}, {9, 14},
                                    {10, 12}, {59, 3}, {119, 1},    {0xFFFF, 0xFFFF}};
@@ -336,10 +288,6 @@ std::string namespaceChild() {
 }
 
 TEST(TavroUnit, DefaultPortAndDiscoveryInANamespace) {
-    ZList<TavroUnitDevice> usb;
-    TavroUnit::findDevicesUsb(usb); // no USB in a container is as good an answer as a list
-    for (const TavroUnitDevice& d : usb)
-        EXPECT_EQ(d.type, "usb");
     const std::string path = testing::TempDir() + "tavrounit_child.txt";
     pid_t pid = fork();
     ASSERT_GE(pid, 0);
@@ -400,27 +348,12 @@ TEST(TavroUnits, ThreeUnitsMergeInOrderAndRouteChannelCalls) {
                     << "block " << i << " channel " << ch << " sample " << s;
     }
     EXPECT_GE(g.events, 1);
-    // The same through the units' own captures: AI7 of unit n carries n volts.
-    setLevels(g, {1.0f, 2.0f, 3.0f});
-    ASSERT_FALSE(g.setMeasurementConfig(false, capture(MeasureMode::OneShot, 130)));
-    ASSERT_FALSE(g.sendDataEnable(7));
-    ASSERT_FALSE(g.setMode(Mode::Run));
-    ASSERT_TRUE(eventually([&] { return g.dataAvailable(0) == 10; }));
-    v = drain(g);
-    ASSERT_EQ(v.size(), 10u);
-    for (size_t i = 0; i < v.size(); i++) {
-        EXPECT_EQ(v[i].header.sequence, i);
-        EXPECT_EQ(v[i].unitMask, 7u);
-        const float one = v[i].value(7, 0);
-        EXPECT_GT(std::fabs(one), 0.0f);
-        EXPECT_NEAR(v[i].value(16 + 7, 0) / one, 2.0, 0.05) << "unit 2 in place 2";
-        EXPECT_NEAR(v[i].value(32 + 7, 0) / one, 3.0, 0.05) << "unit 3 in place 3";
-        for (unsigned int bit = 8; bit < 16; bit++)
-            EXPECT_TRUE(v[i].value(bit, 0) == 0.0f || v[i].value(bit, 0) == 1.0f) << bit;
-    }
-    ASSERT_TRUE(eventually([&] { return g.dataProcAvailable(0) == 1; }))
-        << "the master's processed block, and only the master's";
-    EXPECT_EQ(g.dataProcRead(0)->type, DataType::Proc);
+    // Processed blocks: the master's stand for the group.
+    DataBlockProc proc;
+    for (TavroUnit1* u : {&u2, &u1, &u3})
+        EXPECT_FALSE(g.sendDataProcQueue(*u, proc));
+    EXPECT_TRUE(g.dataFlush(2000000));
+    EXPECT_EQ(g.dataProcAvailable(0), 1u);
     EXPECT_FALSE(g.dataProcDone(0));
     EXPECT_EQ(g.dataProcRead(0), nullptr);
     EXPECT_EQ(g.lost, 0);
@@ -511,8 +444,6 @@ TEST(TavroUnits, UnitsAndStreamsRefuseWhatIsNotThere) {
     CaptureStdout(); // blocks of no group at all
     g.sendDataFloatQueue(*g.unit(1), floatBlock(0, 1));
     EXPECT_EQ(GetCapturedStdout(), "TavroUnits::sendDataQueue: No channels configured, ignoring\n");
-    g.clear();
-    EXPECT_EQ(g.unitsNum(), 0u);
 }
 
 TEST(TavroUnits, WrongSizesAndLimitsDropAndCount) {
@@ -536,15 +467,10 @@ TEST(TavroUnits, WrongSizesAndLimitsDropAndCount) {
     const unsigned int waiting = TavroUnits::fillMaxBlocks;
     for (unsigned int k = 0; k < waiting; k++)
         g.sendDataFloatQueue(u1, floatBlock(k, 1));
-    std::atomic<bool> placed{false};
-    std::thread ahead([&] {
-        g.sendDataFloatQueue(u1, floatBlock(waiting, 1));
-        placed = true;
-    });
+    std::thread ahead([&] { g.sendDataFloatQueue(u1, floatBlock(waiting, 1)); });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     g.sendDataFloatQueue(u2, floatBlock(0, 2));
     ahead.join();
-    EXPECT_TRUE(placed);
     EXPECT_EQ(g.droppedIncomplete(), 0u);
     EXPECT_TRUE(g.dataFlush(1000000));
     ASSERT_EQ(g.dataAvailable(0), 1u);
@@ -552,25 +478,19 @@ TEST(TavroUnits, WrongSizesAndLimitsDropAndCount) {
     g.dataClear();
     // Unit 2 never delivers: after a second's wait the oldest go.
     CaptureStdout();
-    auto t0 = std::chrono::steady_clock::now();
     for (unsigned int k = 0; k < waiting + 3; k++)
         g.sendDataFloatQueue(u1, floatBlock(k, 1));
     std::string out = GetCapturedStdout();
-    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(999))
-        << "gave up without waiting";
     EXPECT_EQ(g.droppedIncomplete(), 3u);
-    EXPECT_EQ(out.rfind("TavroUnits::sendDataQueue: block 0 still waits for a unit, 1 incomplete "
-                        "blocks dropped\n",
-                        0),
-              0u)
-        << out;
+    const char* dropped =
+        "TavroUnits::sendDataQueue: block 0 still waits for a unit, 1 incomplete blocks dropped\n";
+    EXPECT_EQ(out.rfind(dropped, 0), 0u) << out;
     // Unit 2 catches up with the oldest kept block: it is released alone.
     g.sendDataFloatQueue(u2, floatBlock(3, 2));
     EXPECT_TRUE(g.dataFlush(1000000));
     ASSERT_EQ(g.dataAvailable(0), 1u);
     EXPECT_EQ(g.dataRead(0)->header.sequence, 3u);
     g.dataClear();
-    EXPECT_EQ(g.dataAvailable(0) + g.dataAvailable(1), 0u);
     // Readers that never read: each stream keeps 32768 blocks and counts the rest.
     const unsigned int extra = 5;
     CaptureStdout();
@@ -613,6 +533,8 @@ TEST(TavroUnits, AUnitLosingItsLinkIsReportedOnceWithEveryBlockKept) {
         ASSERT_FALSE(g.setMode(Mode::Run));
         ASSERT_TRUE(eventually([&] { return g.lost == round; }));
         EXPECT_FALSE(g.unitsConnected());
+        NodeInfo n;
+        EXPECT_EQ(g.unitMaster()->getNodeInfo(n).number, 5);
         std::vector<TavroUnitsDataBlock> v = drain(g);
         ASSERT_EQ(v.size(), sent) << "round " << round;
         for (size_t i = 0; i < v.size(); i++)
@@ -622,6 +544,13 @@ TEST(TavroUnits, AUnitLosingItsLinkIsReportedOnceWithEveryBlockKept) {
         ASSERT_EQ(g.unitsConnect(), ZError());
         EXPECT_EQ(g.unitMaster()->serialNumber(), "T400-000401");
     }
+    // Kept after a receive error: the loop goes on and nothing is reported.
+    g.unitMaster()->setKeepConnection(true);
+    ASSERT_TRUE(sim.unit.waitServing(2000000));
+    sim.unit.dropConnection();
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    EXPECT_TRUE(g.unitMaster()->isConnected());
+    EXPECT_EQ(g.lost, 2);
     ASSERT_FALSE(g.unitsDisconnect());
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(g.lost, 2) << "the owner's disconnect is no loss";
@@ -631,7 +560,8 @@ TEST(TavroUnits, TwoFastUnitsStreamInOrderUnderLoad) {
     Sim a(options("T400-000501")), b(options("T400-000502"));
     Group g;
     ASSERT_FALSE(g.connectAll({a.url(), b.url()}));
-    setLevels(g, {1.0f, 2.0f});
+    // AI7 reads AO0 back: unit 2's value is twice unit 1's.
+    ASSERT_FALSE(g.unit(1)->setAnalogueOut(0, 1.0f) || g.unit(2)->setAnalogueOut(0, 2.0f));
     std::atomic<bool> done{false};
     std::atomic<uint64_t> read{0}, disorder{0}, misplaced{0};
     std::thread reader([&] {

@@ -63,7 +63,6 @@ public:
     }
     void disconnected() override { lost++; }
     void dataEvent(unsigned int) override { events++; }
-    void dataProcEvent(unsigned int) override { procEvents++; }
 
     // Adds a unit for each URL, connects them all and starts processing
     // with `streams` streams.
@@ -77,7 +76,7 @@ public:
         return e;
     }
 
-    std::atomic<int> lost{0}, events{0}, procEvents{0};
+    std::atomic<int> lost{0}, events{0};
 };
 
 // A float block of unit `unitNo`: value of channel k at sample s is
