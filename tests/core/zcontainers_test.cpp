@@ -83,7 +83,7 @@ TEST(ZDict, InsertionOrderLookupAndDelete) {
     for (const auto& item : d)
         order.push_back(std::string(item.key.retStr()) + "=" + item.value.retStr());
     EXPECT_EQ(order, (std::vector<std::string>{"zeta=1", "alpha=4", "mid=3"}));
-    ZIter it;
+    ZIter it = nullptr;
     ASSERT_EQ(d.hashFind("zeta", it), 1);
     EXPECT_STREQ(d.nodeGet(it).value.retStr(), "1");
     EXPECT_EQ(d.hashFind("", it), 0);
