@@ -184,27 +184,15 @@ void WConfigTest::formFields() {
     }
     // A 16-byte record takes 15 bytes and its zero, UTF-8 counted in bytes.
     ZFormText t(16);
-    const QString e = QString::fromUtf8("\xc3\xa9");
-    const struct {
-        QString text;
-        bool ok;
-    } texts[] = {{QString(15, 'a'), true},
-                 {QString(16, 'a'), false},
-                 {e.repeated(7), true},
-                 {e.repeated(8), false}};
-    for (const auto& x : texts) {
-        t.setText(x.text);
-        QCOMPARE(t.error(), x.ok ? QString() : QString("At most 15 characters"));
-    }
+    t.setText(QString::fromUtf8("\xc3\xa9").repeated(7));
+    QCOMPARE(t.error(), QString());
+    t.setText(QString::fromUtf8("\xc3\xa9").repeated(8));
+    QCOMPARE(t.error(), QString("At most 15 characters"));
     // A value past the list is kept in an entry of its own.
     ZFormCombo c("Off,DHCP,Manual");
     c.setValue(5);
     QCOMPARE(c.text(), QString("5"));
     QCOMPARE(c.value(), 5u);
-    QVERIFY(!c.isModified());
-    c.comboBox()->setCurrentIndex(2);
-    QCOMPARE(c.value(), 2u);
-    QVERIFY(c.isModified());
     c.setValue(1);
     QCOMPARE(c.comboBox()->count(), 3);
     ZFormKnob k(0, 1000, 3);
