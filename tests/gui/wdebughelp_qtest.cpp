@@ -76,16 +76,14 @@ class WDebugHelpTest : public QObject {
     Q_OBJECT
 private slots:
     void init() { clearSettings(); }
-    void console();
-    void commandLine();
-    void manualPages();
-    void topics();
+    void consoleAndCommandLine();
+    void manual();
     void calibrateChannels();
     void calibrateBoard();
     void calibrateRefusals();
 };
 
-void WDebugHelpTest::console() {
+void WDebugHelpTest::consoleAndCommandLine() {
     QCOMPARE(WDebug::messageLine(QTime(9, 5, 7, 42), 1, "cpu load 4%\r\n"),
              QString("09:05:07.042 [Debug] cpu load 4%"));
     QCOMPARE(WDebug::messageLine(QTime(23, 0, 0), 99, "a\nb\xff"),
@@ -104,10 +102,6 @@ void WDebugHelpTest::console() {
         page.sendMessageServe(0, QByteArray::number(i));
     QCOMPARE(page.getConsole()->blockCount(), WDebug::consoleLines);
     QVERIFY(page.getConsole()->document()->firstBlock().text().endsWith("[General] 10"));
-}
-
-void WDebugHelpTest::commandLine() {
-    WDebug page;
     QSignalSpy commands(&page, SIGNAL(command(QByteArray)));
     QLineEdit* line = page.getCommandLine();
     for (const char* text : {"status", "", "  ", "dump 1", "dump 1", "wifi scan"}) {
@@ -148,9 +142,11 @@ void WDebugHelpTest::commandLine() {
     QVERIFY(messages.texts()[0].startsWith("Tavro-gui - Warning: Unable to send command: "));
 }
 
-// Every page is in the contents; every local link and anchor leads somewhere.
-void WDebugHelpTest::manualPages() {
+// Every page is in the contents; every local link and anchor leads somewhere;
+// topics, refused names, and the status page's help button.
+void WDebugHelpTest::manual() {
     HelpWindow help;
+    QCOMPARE(help.currentTopic(), QString("index"));
     int number;
     const HelpWindow::Topic* topics = HelpWindow::topics(number);
     QStringList names;
@@ -176,11 +172,6 @@ void WDebugHelpTest::manualPages() {
                      qPrintable(page + ": " + target.captured(0)));
         }
     }
-}
-
-void WDebugHelpTest::topics() {
-    HelpWindow help;
-    QCOMPARE(help.currentTopic(), QString("index"));
     QVERIFY(help.showTopic("status"));
     QVERIFY(help.isVisible());
     QCOMPARE(help.getBrowser()->source(), QUrl("qrc:/manual/status.html"));
