@@ -172,10 +172,8 @@ private slots:
     void move();
     void addUnit();
     void deleteUnit();
-    void clear();
     void connectThroughWindow();
     void autoConnectAtStart();
-    void formats();
     void notConnectedPage();
     void connectedAndStale();
     void refreshWhileVisible();
@@ -518,7 +516,7 @@ void GuiSimTest::connectionLost() {
 }
 
 // Three units over sixteen saved ones: entries 0 to 2 are written, the keys of
-// 3 to 15 go.
+// 3 to 15 go; Clear removes every unit.
 void GuiSimTest::save() {
     QVariantMap old{{"units/unitsNum", 16}, {"units/unitAutoConnect", true}};
     for (int n = 0; n < 16; n++)
@@ -537,6 +535,10 @@ void GuiSimTest::save() {
                           "units/unit2.device=zoaps:///dev/ttyACM0", "units/unit2.enabled=false",
                           "units/unit2.serialNumber=", "units/unitAutoConnect=true",
                           "units/unitsNum=3"}));
+    p.page.getButton("Clear")->click();
+    QCOMPARE(unitKeys(), QStringList({"units/unitAutoConnect=true", "units/unitsNum=0"}));
+    QCOMPARE(p.control.unitsNum(), 0u);
+    QCOMPARE(p.page.getTable()->rowCount(), 0);
 }
 
 // Saved entries, hostile ones included; read twice, no unit comes twice.
@@ -673,21 +675,6 @@ void GuiSimTest::deleteUnit() {
     QCOMPARE(p.rows(), p.units());
 }
 
-void GuiSimTest::clear() {
-    QVariantMap saved{{"units/unitMultiConnect", true}, {"units/unitsNum", 20}};
-    for (int n = 0; n < 20; n++)
-        for (const char* field : {".device", ".serialNumber", ".enabled"})
-            saved[QString("units/unit%1").arg(n) + field] = QString("zoapn://%1").arg(n);
-    setSettings(saved);
-    Page p;
-    p.page.readSettings();
-    QCOMPARE(p.control.unitsNum(), 20u);
-    p.page.getButton("Clear")->click();
-    QCOMPARE(unitKeys(), QStringList({"units/unitMultiConnect=true", "units/unitsNum=0"}));
-    QCOMPARE(p.control.unitsNum(), 0u);
-    QCOMPARE(p.page.getTable()->rowCount(), 0);
-}
-
 void GuiSimTest::connectThroughWindow() {
     SimGui b;
     QVERIFY(b.ok);
@@ -754,21 +741,7 @@ void GuiSimTest::autoConnectAtStart() {
     }
 }
 
-void GuiSimTest::formats() {
-    const uint8_t mac[6] = {0x00, 0x01, 0x8A, 0xFE, 0xFF, 0xA0};
-    QCOMPARE(WStatus::macString(mac), ZString("00:01:8A:FE:FF:A0"));
-    QCOMPARE(WStatus::dottedString(0xFFFFFFFF), ZString("255.255.255.255"));
-    QStringList names;
-    for (uint32_t m : {0u, 1u, 2u, 3u, 0xFFFFFFFFu})
-        names << WStatus::networkModeName(m).str();
-    QCOMPARE(names, QStringList({"Off", "DHCP", "Manual", "3", "4294967295"}));
-    names.clear();
-    for (unsigned int m : {0, 1, 2, 3, 4, 5, 6, 255})
-        names << WStatus::modeName(m).str();
-    QCOMPARE(names, QStringList({"Idle", "Run", "RunProgram", "Internal", "Sleep", "Demo", "Uknown",
-                                 "Uknown"}));
-}
-
+// The page without a unit; the value formats.
 void GuiSimTest::notConnectedPage() {
     Control control;
     WStatus page(control);
@@ -784,6 +757,18 @@ void GuiSimTest::notConnectedPage() {
     QCOMPARE(page.value(WStatus::RowNum), QString());
     page.update();
     QCOMPARE(values(page), notConnectedRows);
+    const uint8_t mac[6] = {0x00, 0x01, 0x8A, 0xFE, 0xFF, 0xA0};
+    QCOMPARE(WStatus::macString(mac), ZString("00:01:8A:FE:FF:A0"));
+    QCOMPARE(WStatus::dottedString(0xFFFFFFFF), ZString("255.255.255.255"));
+    QStringList names;
+    for (uint32_t m : {0u, 1u, 2u, 3u, 0xFFFFFFFFu})
+        names << WStatus::networkModeName(m).str();
+    QCOMPARE(names, QStringList({"Off", "DHCP", "Manual", "3", "4294967295"}));
+    names.clear();
+    for (unsigned int m : {0, 1, 2, 3, 4, 5, 6, 255})
+        names << WStatus::modeName(m).str();
+    QCOMPARE(names, QStringList({"Idle", "Run", "RunProgram", "Internal", "Sleep", "Demo", "Uknown",
+                                 "Uknown"}));
 }
 
 // The rows of a unit's status; a status older than five seconds counts as
