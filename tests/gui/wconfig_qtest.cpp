@@ -104,11 +104,6 @@ struct Rig : SimControl {
     std::unique_ptr<WConfig> config;
 };
 
-const QStringList titles = {"Measurement Config",       "Measurement File Save Config",
-                            "Tavro-40x General Config", "Tavro-40x AWG Config",
-                            "Tavro-40x Alarms",         "Tavro-40x MQTT",
-                            "Tavro-40x Network Config", "Tavro-40x Wifi Config"};
-
 const QString loginFirst =
     "Tavro-gui - Warning: Access denied. You need to be logged in to upload new firmware.";
 
@@ -125,7 +120,6 @@ private slots:
     // A test takes every message it expects.
     void cleanup() { QCOMPARE(messages.texts(), QStringList()); }
     void formFields();
-    void durations();
     void disconnected();
     void saveChangesOnlyEdited();
     void invalidRefusedAndCancel();
@@ -218,9 +212,7 @@ void WConfigTest::formFields() {
     uint32_t samples = 0;
     QVERIFY(d.samples(samples));
     QCOMPARE(samples, 1000u);
-}
-
-void WConfigTest::durations() {
+    // Durations to samples.
     using D = ZFormDuration;
     const struct {
         double value;
@@ -248,10 +240,10 @@ void WConfigTest::durations() {
         {1, D::Seconds, 0, "Needs a sample rate above 0", 0},
     };
     for (const auto& r : rows) {
-        uint32_t n = 0;
+        uint32_t got = 0;
         const QString row = QString("%1 %2 %3: ").arg(r.value).arg(int(r.unit)).arg(r.rate);
-        const QString error = D::toSamples(r.value, r.unit, r.rate, n);
-        QCOMPARE(row + error + " " + QString::number(n),
+        const QString error = D::toSamples(r.value, r.unit, r.rate, got);
+        QCOMPARE(row + error + " " + QString::number(got),
                  row + r.error + " " + QString::number(r.samples));
     }
 }
@@ -265,7 +257,10 @@ void WConfigTest::disconnected() {
     QStringList list;
     for (int i = 0; i < r.config->pageCount(); i++)
         list << r.config->pageTitle(i);
-    QCOMPARE(list, titles);
+    QCOMPARE(list,
+             QStringList({"Measurement Config", "Measurement File Save Config",
+                          "Tavro-40x General Config", "Tavro-40x AWG Config", "Tavro-40x Alarms",
+                          "Tavro-40x MQTT", "Tavro-40x Network Config", "Tavro-40x Wifi Config"}));
     QCOMPARE(r.config->addPage("Tavro-40x Firmware", new QWidget), 8);
     r.config->showConfigItem(8);
     QCOMPARE(r.config->getStack()->currentIndex(), 8);
