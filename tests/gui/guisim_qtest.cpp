@@ -219,7 +219,6 @@ void GuiSimTest::menusToolBarAndState() {
     QCOMPARE(messages.messages[0].kind, GuiMessages::About);
     QCOMPARE(messages.messages.takeFirst().text,
              QString("<h3>Tavro-gui</h3><p>Tavro Version: 1.3.1</p>"));
-    // The state indicator.
     const char* const rows[][2] = {{"S", "red"}, {"T", "yellow"}, {"R", "green"}};
     for (int n = 0; n < 3; n++) {
         gui->stateSet(n);
