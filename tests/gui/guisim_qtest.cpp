@@ -240,6 +240,7 @@ void GuiSimTest::menusToolBarAndState() {
     QCOMPARE(gui->getState(), 0);
     QCOMPARE(label->text(), QString("S"));
 }
+
 // What each action says without units; only Stop has a working shortcut.
 void GuiSimTest::notConnected() {
     auto gui = newGui();
