@@ -15,7 +15,6 @@ public:
         Kind kind;
         QString title;
         QString text;
-        QMessageBox::StandardButtons buttons;
     };
     GuiMessagesDouble() : before(GuiMessages::set(this)) {}
     ~GuiMessagesDouble() override { GuiMessages::set(before); }
@@ -24,7 +23,7 @@ public:
     QMessageBox::StandardButton ask(Kind kind, QWidget*, const QString& title, const QString& text,
                                     QMessageBox::StandardButtons buttons,
                                     QMessageBox::StandardButton defaultButton) override {
-        messages.append(Message{kind, title, text, buttons});
+        messages.append(Message{kind, title, text});
         if (!answers.isEmpty())
             return answers.takeFirst();
         if (defaultButton != QMessageBox::NoButton)

@@ -147,8 +147,6 @@ void GuiOptionsTest::program_data() {
                         << program + ": option '-d' requires an argument";
     QTest::newRow("unknown before -h")
         << QStringList{"-bogus", "-h"} << -1 << false << program + ": unrecognized option '-bogus'";
-    QTest::newRow("-dev x -demo -cal")
-        << QStringList{"-dev", "x", "-demo", "-cal"} << -1 << false << "";
 }
 
 void GuiOptionsTest::program() {

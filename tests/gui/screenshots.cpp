@@ -1,16 +1,10 @@
-// tavroScreenshots: pictures of every page of the main window for review.
-//
-//   tavroScreenshots [FOLDER [SECONDS]]
-//
-// Serves a simulated unit on 127.0.0.1, builds the main window with every
-// page (calibration, demo and debug pages included), connects to the unit,
-// and saves the window with each tab in front as FOLDER/NN-name.png
-// (default folder "screenshots"). The raw and processed data pages are taken
-// while a continuous capture at 1000 samples a second runs, SECONDS
-// (default 3) after it started; it is stopped before the pages after them. Message boxes
-// are not shown: their texts go to standard error. Exit status 0 when every
-// picture was saved. Run it with its own XDG_CONFIG_HOME: the window saves
-// its settings.
+// tavroScreenshots [FOLDER [SECONDS]]: pictures of every page of the main
+// window for review. Serves a simulated unit on 127.0.0.1, builds the window
+// with every page, connects, and saves the window with each tab in front as
+// FOLDER/NN-name.png (default "screenshots"). The data pages are taken while
+// a continuous capture at 1000 samples a second runs, SECONDS (default 3)
+// after it started. Message box texts go to standard error. Exit status 0
+// when every picture was saved. Run it with its own XDG_CONFIG_HOME.
 
 #include "gui.h"
 #include "guimessages.h"

@@ -205,12 +205,9 @@ void WCaptureTest::throttle() {
 }
 
 void WCaptureTest::samplesLimit() {
-    QCOMPARE(view->getMaxSamples(), 2880000u);
-    for (unsigned int bad : {0u, (1u << 27) + 1}) {
-        ZError err = view->setMaxSamples(bad);
-        QCOMPARE(QString(err.str().str()),
+    for (unsigned int bad : {0u, (1u << 27) + 1})
+        QCOMPARE(QString(view->setMaxSamples(bad).str().str()),
                  QString("Samples kept per channel must be 1 to 134217728, not %1").arg(bad));
-    }
     QCOMPARE(view->getMaxSamples(), 2880000u);
     QVERIFY(!view->setMaxSamples(100));
     QLabel* limit = view->findChild<QLabel*>("limitLabel");

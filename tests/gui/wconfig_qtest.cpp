@@ -1,9 +1,5 @@
-// The configuration pages and their form fields against a simulated unit:
-// field checks and formats, duration conversions, the records each page
-// shows, saves that change exactly the edited member, refused input, Cancel,
-// the measurement presets, WiFi search, file save settings, the general
-// page's commands, the channel table, the configuration file page and the
-// firmware page.
+// The form fields, then the configuration pages, the channel table, the
+// configuration file page and the firmware page against a simulated unit.
 
 #include "guimessagesdouble.h"
 #include "simgui.h"
@@ -108,11 +104,6 @@ struct Rig : SimControl {
     std::unique_ptr<WConfig> config;
 };
 
-const QStringList titles = {"Measurement Config",       "Measurement File Save Config",
-                            "Tavro-40x General Config", "Tavro-40x AWG Config",
-                            "Tavro-40x Alarms",         "Tavro-40x MQTT",
-                            "Tavro-40x Network Config", "Tavro-40x Wifi Config"};
-
 const QString loginFirst =
     "Tavro-gui - Warning: Access denied. You need to be logged in to upload new firmware.";
 
@@ -129,7 +120,6 @@ private slots:
     // A test takes every message it expects.
     void cleanup() { QCOMPARE(messages.texts(), QStringList()); }
     void formFields();
-    void durations();
     void disconnected();
     void saveChangesOnlyEdited();
     void invalidRefusedAndCancel();
@@ -154,16 +144,12 @@ void WConfigTest::formFields() {
         double value;
     };
     const Parse parses[] = {
-        {"12", 0, 255, 0, "", 12},
         {" 255 ", 0, 255, 0, "", 255},
-        {"256", 0, 255, 0, "Must be from 0 to 255", 0},
         {"-1", 0, 255, 0, "Must be from 0 to 255", 0},
         {"1.5", 0, 255, 0, "\"1.5\" is not a whole number", 0},
-        {"abc", 0, 255, 0, "\"abc\" is not a number", 0},
         {"1,000", 0, 1e6, 0, "\"1,000\" is not a number", 0},
         {"nan", 0, 1, 3, "\"nan\" is not a number", 0},
         {"inf", 0, 1, 3, "\"inf\" is not a number", 0},
-        {"", 0, 1, 3, "A number is needed", 0},
         {"0.125", 0, 1, 3, "", 0.125},
         {"0.1235", 0, 1, 3, "At most 3 decimal places", 0},
         {"-10.5", -10, 10, 3, "Must be from -10.0 to 10.0", 0},
@@ -173,22 +159,14 @@ void WConfigTest::formFields() {
         QCOMPARE(ZFormNumber::parse(p.text, p.min, p.max, p.decimals, v), QString(p.error));
         QCOMPARE(v, p.value);
     }
-    QCOMPARE(ZFormNumber::format(100, 3), QString("100.0"));
-    QCOMPARE(ZFormNumber::format(0.5, 3), QString("0.5"));
-    QCOMPARE(ZFormNumber::format(0.1f, 6), QString("0.1"));
     QCOMPARE(ZFormNumber::format(-2.25, 3), QString("-2.25"));
     QCOMPARE(ZFormNumber::format(4294967295.0, 0), QString("4294967295"));
     QCOMPARE(ZFormNumber::format(std::nan(""), 3), QString("nan"));
-    // The mark at the field follows the input; a reload clears it.
+    // The tip at the field follows the input; a reload clears it.
     ZFormNumber n(0, 255, 0);
-    n.setValue(7);
-    QVERIFY(!n.isModified());
     n.setText("300");
-    QCOMPARE(n.shownError(), QString("Must be from 0 to 255"));
     QCOMPARE(n.lineEdit()->toolTip(), QString("Must be from 0 to 255"));
-    QVERIFY(n.isModified());
     n.setValue(8);
-    QCOMPARE(n.shownError(), QString());
     QCOMPARE(n.lineEdit()->toolTip(), QString("0 to 255"));
     ZFormAddress a;
     uint32_t address = 0;
@@ -198,39 +176,21 @@ void WConfigTest::formFields() {
                  QString("Invalid network address (four numbers 0-255 separated by '.'): ") + bad);
         QVERIFY(!a.value(address));
     }
-    a.setText("192.168.1.10");
-    QVERIFY(a.value(address));
-    QCOMPARE(address, 0xC0A8010Au);
-    a.setValue(0x0A000001);
-    QCOMPARE(a.text(), QString("10.0.0.1"));
     // A 16-byte record takes 15 bytes and its zero, UTF-8 counted in bytes.
     ZFormText t(16);
-    const QString e = QString::fromUtf8("\xc3\xa9");
-    const struct {
-        QString text;
-        bool ok;
-    } texts[] = {{QString(15, 'a'), true},
-                 {QString(16, 'a'), false},
-                 {e.repeated(7), true},
-                 {e.repeated(8), false}};
-    for (const auto& x : texts) {
-        t.setText(x.text);
-        QCOMPARE(t.error(), x.ok ? QString() : QString("At most 15 characters"));
-    }
+    t.setText(QString::fromUtf8("\xc3\xa9").repeated(7));
+    QCOMPARE(t.error(), QString());
+    t.setText(QString::fromUtf8("\xc3\xa9").repeated(8));
+    QCOMPARE(t.error(), QString("At most 15 characters"));
     // A value past the list is kept in an entry of its own.
     ZFormCombo c("Off,DHCP,Manual");
     c.setValue(5);
     QCOMPARE(c.text(), QString("5"));
     QCOMPARE(c.value(), 5u);
-    QVERIFY(!c.isModified());
-    c.comboBox()->setCurrentIndex(2);
-    QCOMPARE(c.value(), 2u);
-    QVERIFY(c.isModified());
     c.setValue(1);
     QCOMPARE(c.comboBox()->count(), 3);
     ZFormKnob k(0, 1000, 3);
     k.setValue(100);
-    QCOMPARE(k.number()->text(), QString("100.0"));
     QCOMPARE(k.knob()->value(), 100.0);
     k.knob()->setValue(250.25);
     QCOMPARE(k.number()->text(), QString("250.25"));
@@ -252,9 +212,7 @@ void WConfigTest::formFields() {
     uint32_t samples = 0;
     QVERIFY(d.samples(samples));
     QCOMPARE(samples, 1000u);
-}
-
-void WConfigTest::durations() {
+    // Durations to samples.
     using D = ZFormDuration;
     const struct {
         double value;
@@ -282,10 +240,10 @@ void WConfigTest::durations() {
         {1, D::Seconds, 0, "Needs a sample rate above 0", 0},
     };
     for (const auto& r : rows) {
-        uint32_t n = 0;
+        uint32_t got = 0;
         const QString row = QString("%1 %2 %3: ").arg(r.value).arg(int(r.unit)).arg(r.rate);
-        const QString error = D::toSamples(r.value, r.unit, r.rate, n);
-        QCOMPARE(row + error + " " + QString::number(n),
+        const QString error = D::toSamples(r.value, r.unit, r.rate, got);
+        QCOMPARE(row + error + " " + QString::number(got),
                  row + r.error + " " + QString::number(r.samples));
     }
 }
@@ -299,7 +257,10 @@ void WConfigTest::disconnected() {
     QStringList list;
     for (int i = 0; i < r.config->pageCount(); i++)
         list << r.config->pageTitle(i);
-    QCOMPARE(list, titles);
+    QCOMPARE(list,
+             QStringList({"Measurement Config", "Measurement File Save Config",
+                          "Tavro-40x General Config", "Tavro-40x AWG Config", "Tavro-40x Alarms",
+                          "Tavro-40x MQTT", "Tavro-40x Network Config", "Tavro-40x Wifi Config"}));
     QCOMPARE(r.config->addPage("Tavro-40x Firmware", new QWidget), 8);
     r.config->showConfigItem(8);
     QCOMPARE(r.config->getStack()->currentIndex(), 8);
@@ -752,7 +713,6 @@ void WConfigTest::firmwareUpload() {
     page.findChild<QPushButton*>("Upload Cpu firmware")->click();
     QCOMPARE(messages.take(),
              QStringList{"Tavro-gui: Firmware upload complete, reboot to install"});
-    QCOMPARE(page.uploadFirmware(next, 37), ZError("Uknown platform"));
     page.firmwareSetFile(next);
     all->click();
     QCOMPARE(messages.take(),

@@ -1,6 +1,6 @@
 // The data log page against a simulated unit: logging devices and settings,
-// the file list, downloads (raw, empty, cancelled, and a unit recording
-// converted to CSV and TDMS), every failure text, and deleting and formatting.
+// the file list, downloads and their failures, a unit recording converted to
+// CSV and TDMS, deleting and formatting.
 
 #include "guimessagesdouble.h"
 #include "simgui.h"
@@ -76,7 +76,6 @@ private slots:
     void listsWhenShown();
     void listAndDownload();
     void recordingConverts();
-    void failures();
     void deleteAndFormat();
 };
 
@@ -176,6 +175,30 @@ void WDatalogTest::listAndDownload() {
     });
     QCOMPARE(rig.download("big.tavd", big, QString()), QStringList());
     QVERIFY(!QFileInfo(big).exists());
+    // Failures.
+    rig.put("bad.tavd", 600, 0x11);
+    rig.put("gone.tavd", 10);
+    QCOMPARE(rig.download("bad.tavd", dir.filePath("x.csv"), csvFilter),
+             QStringList{"Error: Cannot convert data format: Magic number incorrect"});
+    QCOMPARE(rig.download("bad.tavd", "/nonexistent/dir/x.tavd", tavdFilter),
+             QStringList{"Error: Cannot create file"});
+    // Gone on the unit after the list was read.
+    rig.select("gone.tavd");
+    QVERIFY(!rig.control.unitMaster()->fileDelete("/internal/data/gone.tavd"));
+    {
+        GuiMessagesDouble messages;
+        messages.fileAnswers << GuiMessagesDouble::FileAnswer{dir.filePath("g.tavd"), tavdFilter};
+        rig.page.download();
+        QCOMPARE(messages.texts(), QStringList{"Error: Cannot open file on Tavro"});
+    }
+    rig.unit.faultErrorReply(uint16_t(TavroFn::fileRead), ZError(5, "I/O error"));
+    QCOMPARE(rig.download("bad.tavd", dir.filePath("y.tavd"), tavdFilter),
+             QStringList{"Error: Cannot read file on Tavro"});
+    rig.unit.faultErrorReply(uint16_t(TavroFn::fileList), ZError(5, "I/O error"));
+    GuiMessagesDouble messages;
+    rig.page.refresh();
+    QCOMPARE(messages.texts(), QStringList{"Error: I/O error"});
+    QCOMPARE(rig.page.getTable()->rowCount(), 0);
 }
 
 // A capture the unit records itself ("Block512"), downloaded raw, as CSV
@@ -219,36 +242,6 @@ void WDatalogTest::recordingConverts() {
     QVERIFY(readLocal(dir.filePath("h.csv")).startsWith("Unit serial number,T400-000001\n"));
     QCOMPARE(readLocal(dir.filePath("a.csv")).count('\n'), 1000); // the capture's samples
     QCOMPARE(QSettings("Korvel", "Tavro-gui").value("dataLog/format").toString(), QString("tdms"));
-}
-
-void WDatalogTest::failures() {
-    Rig rig;
-    QVERIFY(rig.ok);
-    QTemporaryDir dir;
-    rig.put("bad.tavd", 600, 0x11);
-    rig.put("gone.tavd", 10);
-    const QString out = dir.filePath("x.csv");
-    QCOMPARE(rig.download("bad.tavd", out, csvFilter),
-             QStringList{"Error: Cannot convert data format: Magic number incorrect"});
-    QCOMPARE(rig.download("bad.tavd", "/nonexistent/dir/x.tavd", tavdFilter),
-             QStringList{"Error: Cannot create file"});
-    // Gone on the unit after the list was read.
-    rig.select("gone.tavd");
-    QVERIFY(!rig.control.unitMaster()->fileDelete("/internal/data/gone.tavd"));
-    {
-        GuiMessagesDouble messages;
-        messages.fileAnswers << GuiMessagesDouble::FileAnswer{dir.filePath("g.tavd"), tavdFilter};
-        rig.page.download();
-        QCOMPARE(messages.texts(), QStringList{"Error: Cannot open file on Tavro"});
-    }
-    rig.unit.faultErrorReply(uint16_t(TavroFn::fileRead), ZError(5, "I/O error"));
-    QCOMPARE(rig.download("bad.tavd", dir.filePath("y.tavd"), tavdFilter),
-             QStringList{"Error: Cannot read file on Tavro"});
-    rig.unit.faultErrorReply(uint16_t(TavroFn::fileList), ZError(5, "I/O error"));
-    GuiMessagesDouble messages;
-    rig.page.refresh();
-    QCOMPARE(messages.texts(), QStringList{"Error: I/O error"});
-    QCOMPARE(rig.page.getTable()->rowCount(), 0);
 }
 
 void WDatalogTest::deleteAndFormat() {

@@ -1,9 +1,5 @@
-// The debug console (unit messages with their time, its bound, the command
-// line and its history), the manual (every page and link, topics, the status
-// page's help button), and the calibration page against a simulated unit
-// that reports every stage it runs: the stages in order with the page's
-// settings, a failing stage, cancelling, and the refusals (no unit, a capture
-// running, no channel).
+// The debug console and its command line, the manual, and the calibration
+// page against a simulated unit that reports every stage it runs.
 
 #include "guimessagesdouble.h"
 #include "helpwindow.h"
@@ -80,16 +76,14 @@ class WDebugHelpTest : public QObject {
     Q_OBJECT
 private slots:
     void init() { clearSettings(); }
-    void console();
-    void commandLine();
-    void manualPages();
-    void topics();
+    void consoleAndCommandLine();
+    void manual();
     void calibrateChannels();
     void calibrateBoard();
     void calibrateRefusals();
 };
 
-void WDebugHelpTest::console() {
+void WDebugHelpTest::consoleAndCommandLine() {
     QCOMPARE(WDebug::messageLine(QTime(9, 5, 7, 42), 1, "cpu load 4%\r\n"),
              QString("09:05:07.042 [Debug] cpu load 4%"));
     QCOMPARE(WDebug::messageLine(QTime(23, 0, 0), 99, "a\nb\xff"),
@@ -108,10 +102,6 @@ void WDebugHelpTest::console() {
         page.sendMessageServe(0, QByteArray::number(i));
     QCOMPARE(page.getConsole()->blockCount(), WDebug::consoleLines);
     QVERIFY(page.getConsole()->document()->firstBlock().text().endsWith("[General] 10"));
-}
-
-void WDebugHelpTest::commandLine() {
-    WDebug page;
     QSignalSpy commands(&page, SIGNAL(command(QByteArray)));
     QLineEdit* line = page.getCommandLine();
     for (const char* text : {"status", "", "  ", "dump 1", "dump 1", "wifi scan"}) {
@@ -152,47 +142,36 @@ void WDebugHelpTest::commandLine() {
     QVERIFY(messages.texts()[0].startsWith("Tavro-gui - Warning: Unable to send command: "));
 }
 
-void WDebugHelpTest::manualPages() {
+// Every page is in the contents; every local link and anchor leads somewhere;
+// topics, refused names, and the status page's help button.
+void WDebugHelpTest::manual() {
     HelpWindow help;
+    QCOMPARE(help.currentTopic(), QString("index"));
     int number;
     const HelpWindow::Topic* topics = HelpWindow::topics(number);
     QStringList names;
     for (int i = 0; i < number; i++) {
         names << QString(topics[i].name) + ".html";
         QVERIFY(help.showTopic(topics[i].name));
-        QCOMPARE(help.currentTopic(), QString(topics[i].name));
         QCOMPARE(help.getContents()->currentRow(), i);
-        QVERIFY2(!help.getBrowser()->documentTitle().isEmpty(), topics[i].name);
     }
-    // Every page is in the contents, every link and picture is there.
     QDir dir(HelpWindow::manualPath);
     QStringList pages = dir.entryList({"*.html"});
     std::sort(names.begin(), names.end());
     QCOMPARE(pages, names);
-    QRegularExpression link("(?:href|src)=\"([^\"]*)\"");
+    QRegularExpression link("(?:href|src)=\"(?!https?://)([^\"#]*)#?([^\"]*)\"");
     for (const QString& page : pages) {
         QFile file(dir.filePath(page));
         QVERIFY(file.open(QIODevice::ReadOnly));
-        QString text = QString::fromUtf8(file.readAll());
-        for (auto m = link.globalMatch(text); m.hasNext();) {
-            QString target = m.next().captured(1);
-            if (target.startsWith("http://") || target.startsWith("https://"))
-                continue;
-            QString to = target.section('#', 0, 0);
-            QString anchor = target.section('#', 1);
-            QString where = page + ": " + target;
-            QFile linked(dir.filePath(to.isEmpty() ? page : to));
-            QVERIFY2(linked.open(QIODevice::ReadOnly), qPrintable(where));
-            if (!anchor.isEmpty())
-                QVERIFY2(linked.readAll().contains(("id=\"" + anchor + "\"").toUtf8()),
-                         qPrintable(where));
+        for (auto m = link.globalMatch(QString::fromUtf8(file.readAll())); m.hasNext();) {
+            const QRegularExpressionMatch target = m.next();
+            QFile linked(dir.filePath(target.captured(1).isEmpty() ? page : target.captured(1)));
+            const QByteArray id = ("id=\"" + target.captured(2) + "\"").toUtf8();
+            QVERIFY2(linked.open(QIODevice::ReadOnly) &&
+                         (target.captured(2).isEmpty() || linked.readAll().contains(id)),
+                     qPrintable(page + ": " + target.captured(0)));
         }
     }
-}
-
-void WDebugHelpTest::topics() {
-    HelpWindow help;
-    QCOMPARE(help.currentTopic(), QString("index"));
     QVERIFY(help.showTopic("status"));
     QVERIFY(help.isVisible());
     QCOMPARE(help.getBrowser()->source(), QUrl("qrc:/manual/status.html"));
@@ -262,14 +241,11 @@ void WDebugHelpTest::calibrateBoard() {
     r.page.getProcedureBox()->setCurrentIndex(WCalibrate::ProcedureBoard);
     r.page.getFiveVolts()->setValue(5.0123);
     r.page.getSettle()->setValue(100);
-    QCOMPARE(r.page.stageInfo(1).calibrateTime, 100.0);
     QCOMPARE(r.page.stageTimeoutUs(1), 110000000u);
-    QCOMPARE(r.page.stageTimeoutUs(0), 10000000u);
     // Cancelled after two stages, then run from the start to the end.
     r.press(3);
     r.page.getCancelButton()->click();
     QCOMPARE(r.page.currentStage(), -1);
-    QCOMPARE(r.page.getNextButton()->text(), QString("Start"));
     r.press(11);
     QCOMPARE(r.page.stateText(), QString("Calibration complete"));
     QCOMPARE(r.b.unit.boardConfig().calibFiveVolts, 5.0123);
