@@ -297,18 +297,23 @@ void GuiSimTest::firmwareUpdatePages() {
     QCOMPARE(disabled(), QStringList());
 }
 
+// The window with every page fits a 1280x800 screen; its size is kept.
 void GuiSimTest::windowSizeSetting() {
     QSize size;
     {
-        auto gui = newGui();
+        auto gui = newGui(true, true, true);
         QVERIFY(gui);
         gui->show();
+        QVERIFY2(gui->minimumSizeHint().width() <= 1200 && gui->minimumSizeHint().height() <= 700,
+                 qPrintable(QString("minimum %1x%2")
+                                .arg(gui->minimumSizeHint().width())
+                                .arg(gui->minimumSizeHint().height())));
         size = gui->minimumSizeHint().expandedTo(QSize(900, 610)) + QSize(37, 23);
         gui->resize(size);
         gui->close();
     }
     QCOMPARE(QSettings("Korvel", "Tavro-gui").value("windowSize").toSize(), size);
-    auto gui = newGui();
+    auto gui = newGui(true, true, true);
     QVERIFY(gui);
     QCOMPARE(gui->size(), size);
 }

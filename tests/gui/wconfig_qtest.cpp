@@ -23,6 +23,8 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QStackedWidget>
 #include <QTableWidget>
 #include <QTemporaryDir>
@@ -267,6 +269,20 @@ void WConfigTest::disconnected() {
     r.config->showConfigItem(9);
     QCOMPARE(r.config->getStack()->currentIndex(), 8);
     r.config->showConfigItem(0);
+    // Only a page taller than the window scrolls: the 16 alarms, not the
+    // measurement set-up, in a window of a height between the two.
+    QScrollArea* scroll = r.config->findChild<QScrollArea*>();
+    r.config->show();
+    QVERIFY(QTest::qWaitForWindowExposed(r.config.get()));
+    const int overhead = r.config->height() - scroll->viewport()->height();
+    const int measure = r.config->getStack()->widget(0)->minimumSizeHint().height();
+    const int alarms = r.config->getStack()->widget(4)->minimumSizeHint().height();
+    QVERIFY(measure + 40 < alarms);
+    r.config->resize(1100, overhead + (measure + alarms) / 2);
+    QCoreApplication::processEvents();
+    QVERIFY(!scroll->verticalScrollBar()->isVisible());
+    r.config->showConfigItem(4);
+    QTRY_VERIFY(scroll->verticalScrollBar()->isVisible());
     r.config->firmwareUpdate(true);
     QCOMPARE(r.config->getList()->currentRow(), 8);
     for (auto x :
