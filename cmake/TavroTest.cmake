@@ -30,6 +30,40 @@ function(tavro_add_gtest name)
   endif()
 endfunction()
 
+# tavro_add_usb_gtest(NAME SOURCES a.cpp ... [LIBS ...])
+# a GoogleTest of real libusb against emulated USB devices: it runs under
+# umockdev-wrapper, which preloads libumockdev-preload, and links the device
+# emulation of tests/comms/usbmock.cpp. Without umockdev it still builds and
+# runs the parts that need no device and skips the rest, saying why
+# (TAVRO_HAVE_UMOCKDEV and TAVRO_USB_SKIP tell the test).
+function(tavro_add_usb_gtest name)
+  cmake_parse_arguments(T "" "" "SOURCES;LIBS" ${ARGN})
+  pkg_check_modules(UMOCKDEV IMPORTED_TARGET umockdev-1.0)
+  find_program(UMOCKDEV_WRAPPER umockdev-wrapper)
+  set(skip "")
+  set(wrapper)
+  if(NOT UMOCKDEV_FOUND)
+    set(skip "umockdev-1.0 development files not found (install libumockdev-dev)")
+  elseif(NOT UMOCKDEV_WRAPPER)
+    set(skip "umockdev-wrapper not found (install umockdev)")
+  endif()
+  if(UMOCKDEV_FOUND)
+    list(APPEND T_SOURCES ${PROJECT_SOURCE_DIR}/tests/comms/usbmock.cpp)
+    list(APPEND T_LIBS PkgConfig::UMOCKDEV)
+  endif()
+  if(skip STREQUAL "")
+    set(wrapper WRAPPER ${UMOCKDEV_WRAPPER})
+  else()
+    message(STATUS "${name}: device tests will skip: ${skip}")
+  endif()
+  tavro_add_gtest(${name} SOURCES ${T_SOURCES} LIBS ${T_LIBS} ${wrapper} TIMEOUT 60 LABELS usb)
+  target_compile_definitions(${name} PRIVATE TAVRO_HAVE_UMOCKDEV=$<BOOL:${UMOCKDEV_FOUND}>
+                                             "TAVRO_USB_SKIP=\"${skip}\"")
+  if(NOT skip STREQUAL "")
+    set_tests_properties(${name} PROPERTIES SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+  endif()
+endfunction()
+
 # Every <folder>/*_test.cpp becomes its own test executable linked with LIBS;
 # every <folder>/*.cmake is included for tests that need something special
 # (a wrapper, root, a network namespace).
