@@ -77,6 +77,14 @@ struct SimGui {
     bool ok;
 };
 
+// Connected, with the unit's status pushes and the window's status check
+// off: only the statuses a test sends count.
+inline bool connectQuiet(SimGui& b) {
+    b.unit.faultStopStatus(true);
+    b.gui.enableStatus(false);
+    return b.ok && b.connect();
+}
+
 // The settings of the program, emptied.
 inline void clearSettings() {
     QSettings settings("Korvel", "Tavro-gui");
