@@ -28,6 +28,12 @@ ZoapMc1Comms::ZoapMc1Comms(bool threaded, unsigned int maxPacket)
 
 ZoapMc1Comms::~ZoapMc1Comms() {}
 
+void ZoapMc1Comms::setComms(ZComms* comms) {
+    ocomms = comms;
+    if (!comms && othreaded && oreplyExpected.exchange(0))
+        oreplyArrived.set();
+}
+
 void ZoapMc1Comms::setAddress(unsigned short destination, unsigned short source) {
     odestination = destination;
     osource = source;

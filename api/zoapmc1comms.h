@@ -83,9 +83,11 @@ public:
     ZoapMc1Comms(const ZoapMc1Comms&) = delete;
     ZoapMc1Comms& operator=(const ZoapMc1Comms&) = delete;
 
-    // The transport is not owned; a null pointer detaches it.
+    // The transport is not owned; a null pointer detaches it. A call waiting
+    // for its reply when the transport goes (a dropped link, a disconnect)
+    // is woken at once and meets "No connection" instead of its time-out.
     void setComms(ZComms& comms) { ocomms = &comms; }
-    void setComms(ZComms* comms) { ocomms = comms; }
+    void setComms(ZComms* comms);
     ZComms* comms() const { return ocomms; }
 
     void setAddress(unsigned short destination, unsigned short source);

@@ -106,9 +106,10 @@ void SimTcpServer::acceptLoop() {
                 ::poll(&w, 1, 50);
             continue;
         }
-        // A session whose unit has stopped serving is ending: a client that
-        // reconnects at once is served once it is over, not refused.
-        for (int i = 0; i < 50 && obusy && !ounit.serving() && !ostopping; i++) {
+        // A client that reconnects at once may come before the session of
+        // its old link has seen the close: it is served once that session
+        // is over, and refused only when the session goes on for 0.5 s.
+        for (int i = 0; i < 50 && obusy && !ostopping; i++) {
             struct pollfd w = {owake, POLLIN, 0};
             ::poll(&w, 1, 10);
         }

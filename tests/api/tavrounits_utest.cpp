@@ -5,13 +5,17 @@
 #include "simmdns.h"
 #include "unitstest.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <fstream>
+#include <thread>
 #include <vector>
 
 using namespace unitstest;
@@ -131,6 +135,22 @@ TEST(TavroUnit, ConnectFailuresAndApiVersions) {
     ASSERT_FALSE(u.connect(newer.url()));
     EXPECT_EQ(u.nodeInfo().apiVersion.mid, 7);
     EXPECT_EQ(u.lost, 0);
+    // A unit that takes the link and closes it: the waiting call is woken
+    // with "No connection" instead of waiting out its time-out.
+    int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a = {};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof(a);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&a), len), 0);
+    ASSERT_EQ(listen(listener, 1) | getsockname(listener, reinterpret_cast<sockaddr*>(&a), &len),
+              0);
+    std::thread closer([listener] { close(accept(listener, nullptr, nullptr)); });
+    EXPECT_EQ(u.connect("zoapn://127.0.0.1:" + ZString(unsigned(ntohs(a.sin_port)))),
+              ZError(5, "No connection"));
+    closer.join();
+    close(listener);
+    EXPECT_EQ(u.lost, 1);
 }
 
 TEST(TavroUnit, ConnectsOverTcpAndPtyAndKeepsCopies) {

@@ -126,7 +126,8 @@ void WDatalogTest::listsWhenShown() {
     rig.page.update();
     QCOMPARE(rig.page.getTable()->rowCount(), 0);
     QCOMPARE(rig.page.getStorage()->text(), QString("Click on the Refresh button to update"));
-    QVERIFY(!rig.control.unitsConnect());
+    ZError e = rig.control.unitsConnect();
+    QVERIFY2(!e, e.string.str());
     rig.page.update();
     QTRY_COMPARE(rig.page.getTable()->rowCount(), 2);
 }
