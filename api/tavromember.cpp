@@ -109,6 +109,33 @@ const ZObjMember* findMember(const ZObjMember* table, const ZString& name) {
     return nullptr;
 }
 
+int memberElementSize(const ZObjMember& m) {
+    switch (m.type) {
+    case ZObjType::Bool:
+    case ZObjType::Int8:
+    case ZObjType::UInt8:
+    case ZObjType::Char:
+        return 1;
+    case ZObjType::Int16:
+    case ZObjType::UInt16:
+        return 2;
+    case ZObjType::Int32:
+    case ZObjType::UInt32:
+    case ZObjType::Float32:
+    case ZObjType::Time:
+        return 4;
+    case ZObjType::Int64:
+    case ZObjType::UInt64:
+    case ZObjType::Float64:
+    case ZObjType::TimeUs:
+        return 8;
+    case ZObjType::Enum:
+        return enumInfoFind(m.typeName) ? 1 : 0;
+    default:
+        return 0;
+    }
+}
+
 namespace {
 
 const ZError invalidNumber(1, "Invalid number");
@@ -165,40 +192,12 @@ ZError parseDouble(const ZString& s, double& v) {
     return *end ? invalidNumber : ZError();
 }
 
-// The size of one element of a settable type, 0 for one that cannot be set.
-int elementSize(const ZObjMember& m) {
-    switch (m.type) {
-    case ZObjType::Bool:
-    case ZObjType::Int8:
-    case ZObjType::UInt8:
-    case ZObjType::Char:
-        return 1;
-    case ZObjType::Int16:
-    case ZObjType::UInt16:
-        return 2;
-    case ZObjType::Int32:
-    case ZObjType::UInt32:
-    case ZObjType::Float32:
-    case ZObjType::Time:
-        return 4;
-    case ZObjType::Int64:
-    case ZObjType::UInt64:
-    case ZObjType::Float64:
-    case ZObjType::TimeUs:
-        return 8;
-    case ZObjType::Enum:
-        return enumInfoFind(m.typeName) ? 1 : 0;
-    default:
-        return 0;
-    }
-}
-
 template <class T>
 void store(void* p, T v) {
     memcpy(p, &v, sizeof(T));
 }
 
-// One value of the member's type from text into p (elementSize bytes).
+// One value of the member's type from text into p (memberElementSize bytes).
 ZError scalarFromZString(const ZObjMember& m, void* p, const ZString& s) {
     int64_t i = 0;
     uint64_t u = 0;
@@ -303,7 +302,7 @@ ZError memberFromZString(const ZObjMember& m, void* record, const ZString& text)
         setChars(p, m.number, text);
         return ZError();
     }
-    int size = elementSize(m);
+    int size = memberElementSize(m);
     if (!size)
         return ZError(1, "Cannot set member");
     if (m.kind == ZObjKind::Single)

@@ -201,6 +201,10 @@ const ZObjMember* findMember(const ZObjMember* table, const ZString& name);
 // "Cannot set member" (a nested record); the record is unchanged then.
 ZError memberFromZString(const ZObjMember& member, void* record, const ZString& text);
 
+// The bytes of one element of a member's type that memberFromZString can set
+// (an enumeration of a known name is 1); 0 for any other type.
+int memberElementSize(const ZObjMember& member);
+
 // Sets the members named in a flat JSON object (toZDictStringFromJson).
 // Unknown keys, nested records and the values "Error" and "ERROR" (members
 // that the JSON form could not write) are ignored. The first failure stops

@@ -126,30 +126,6 @@ bool scalarText(uint32_t type, const char* p, ZString& text) {
     }
 }
 
-int elementBytes(uint32_t type) {
-    switch (type) {
-    case ZObjType::Bool:
-    case ZObjType::Int8:
-    case ZObjType::UInt8:
-    case ZObjType::Char:
-        return 1;
-    case ZObjType::Int16:
-    case ZObjType::UInt16:
-        return 2;
-    case ZObjType::Int32:
-    case ZObjType::UInt32:
-    case ZObjType::Float32:
-    case ZObjType::Time:
-        return 4;
-    case ZObjType::Int64:
-    case ZObjType::UInt64:
-    case ZObjType::Float64:
-        return 8;
-    default:
-        return 0;
-    }
-}
-
 // The value text of one member (not the alarm table).
 ZError memberText(const ZObjMember& m, const char* p, ZString& text) {
     const ZString name(m.name);
@@ -173,7 +149,11 @@ ZError memberText(const ZObjMember& m, const char* p, ZString& text) {
         return ZError();
     }
     if (m.kind == ZObjKind::Array) {
-        const int size = elementBytes(m.type);
+        // Elements are written as numbers: enumerations and microsecond
+        // times have no array form here.
+        const int size = m.type == ZObjType::Enum || m.type == ZObjType::TimeUs
+                             ? 0
+                             : TavroApi::memberElementSize(m);
         if (!size)
             return ZError("Object to string conversion error2: " + name);
         text = "[";

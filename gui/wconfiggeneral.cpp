@@ -58,16 +58,9 @@ void WConfigGeneral::calibrateDc() {
 }
 
 void WConfigGeneral::factoryReset() {
-    if (!ocontrol.unitsConnected() ||
-        !ask("Are you sure you want to reset the unit to its factory configuration (Unit will "
-             "reboot after this)?"))
-        return;
-    TavroUnit1* master = ocontrol.unitMaster();
-    if (!master)
-        return;
-    if (ocontrol.measureRunning())
-        ocontrol.measureStop(1);
-    showError(master->factoryReset(true, false));
+    restartMaster("Are you sure you want to reset the unit to its factory configuration (Unit will "
+                  "reboot after this)?",
+                  true, false);
 }
 
 void WConfigGeneral::reboot() {
@@ -76,13 +69,16 @@ void WConfigGeneral::reboot() {
 }
 
 void WConfigGeneral::startBootloader() {
-    if (!ocontrol.unitsConnected() ||
-        !ask("Are you sure you want to restart the unit in its boot loader?"))
+    restartMaster("Are you sure you want to restart the unit in its boot loader?", false, true);
+}
+
+void WConfigGeneral::restartMaster(const QString& question, bool factory, bool bootloader) {
+    if (!ocontrol.unitsConnected() || !ask(question))
         return;
     TavroUnit1* master = ocontrol.unitMaster();
     if (!master)
         return;
     if (ocontrol.measureRunning())
         ocontrol.measureStop(1);
-    showError(master->factoryReset(false, true));
+    showError(master->factoryReset(factory, bootloader));
 }

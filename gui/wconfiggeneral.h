@@ -33,6 +33,9 @@ public slots:
 
 private:
     bool ask(const QString& text);
+    // Asks question, then stops a capture and has the master unit restart
+    // (factoryReset with the two flags).
+    void restartMaster(const QString& question, bool factory, bool bootloader);
 };
 
 #endif

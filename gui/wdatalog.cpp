@@ -316,6 +316,13 @@ ZError WDatalog::list() {
     return ZError();
 }
 
+TavroUnit1* WDatalog::selectedFileUnit(int& row) {
+    if (obusy)
+        return nullptr;
+    row = selectedRow();
+    return row < 0 ? nullptr : master();
+}
+
 int WDatalog::selectedRow() {
     QModelIndexList rows = otable->selectionModel()->selectedRows();
     if (rows.isEmpty() || !otable->item(rows[0].row(), ColName)) {
@@ -354,10 +361,8 @@ ZError WDatalog::convert() {
 }
 
 void WDatalog::download() {
-    if (obusy)
-        return;
-    int row = selectedRow();
-    TavroUnit1* unit = row < 0 ? nullptr : master();
+    int row = -1;
+    TavroUnit1* unit = selectedFileUnit(row);
     if (!unit)
         return;
     Busy busy(obusy);
@@ -441,10 +446,8 @@ void WDatalog::download() {
 }
 
 void WDatalog::deleteFile() {
-    if (obusy)
-        return;
-    int row = selectedRow();
-    TavroUnit1* unit = row < 0 ? nullptr : master();
+    int row = -1;
+    TavroUnit1* unit = selectedFileUnit(row);
     if (!unit)
         return;
     const QString name = otable->item(row, ColName)->text();

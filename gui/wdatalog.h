@@ -97,6 +97,9 @@ private:
     void configChange(F change);
     // The selected row; -1 (after the warning "No files selected") for none.
     int selectedRow();
+    // The master unit and the selected row, for an action on one file; null
+    // while a download runs, with no row selected or no unit.
+    TavroApi::TavroUnit1* selectedFileUnit(int& row);
     QVariant setting(const QString& key, const QVariant& fallback) const;
     void setSetting(const QString& key, const QVariant& value);
     // Moves the progress dialog on now and then and takes in the user's
